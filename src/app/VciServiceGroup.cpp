@@ -1,0 +1,62 @@
+#include "app/VciServiceGroup.h"
+
+#include "common/Config.h"
+#include "drivers/UsbDriver.h"
+
+namespace {
+
+constexpr uint32_t kHeaderSize = 8;
+constexpr uint32_t kGidOffset = 5;
+
+} // namespace
+
+VciGroupService::VciGroupService(ZephEventLoop* loop,
+                                 std::shared_ptr<ZephEventLoopThreadPool> /*pool*/)
+    : VciService(loop),
+      func_map{
+          {DEVICE_SYNCHRONIZATION_SERVICE_GID, &VciGroupService::DevSyncGroupService},
+      },
+      devSyncSrv_(loop),
+      boundary_([this](uint8_t gid) { return func_map.count(static_cast<GroupId>(gid)) != 0; },
+                kReqMsgSize) {}
+
+void VciGroupService::Init() {
+    devSyncSrv_.Init();
+}
+
+void VciGroupService::HandleUsbEvent() {
+    if (!boundary_.Begin()) {
+        return;
+    }
+    uint8_t header[kHeaderSize] = {};
+    const uint32_t got = Drivers::UsbDriver::GetInstance().UsbPeek(header);
+    const uint32_t msgLen = serviceLenToMsgLen(UcharToUint(header + 1));
+    if (got != kHeaderSize || static_cast<int32_t>(msgLen) < static_cast<int32_t>(kHeaderSize)) {
+        Refuse(msgLen, ERROR_LENGTH);
+        return;
+    }
+    const auto group = func_map.find(static_cast<GroupId>(header[kGidOffset]));
+    if (group == func_map.end()) {
+        Refuse(msgLen, WRONG_GID);
+        return;
+    }
+    if (msgLen > kReqMsgSize) {
+        Refuse(msgLen, ERROR_LENGTH);
+        return;
+    }
+    (this->*group->second)();
+    boundary_.End(false);
+}
+
+// Skips the frame without a copy, whether or not it has arrived, and answers for the group object:
+// its gid, sid and handle are always 0, since the header may be anything.
+void VciGroupService::Refuse(uint32_t msgLen, NegtiveErrorCode code) {
+    Drivers::UsbDriver::GetInstance().UsbReadNoCopy(static_cast<int>(msgLen));
+    UsbNegtiveResponse(code);
+    boundary_.End(true);
+}
+
+void VciGroupService::DevSyncGroupService() {
+    devSyncSrv_.usbDataNum = usbDataNum;
+    devSyncSrv_.HandleReadEvent();
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "app/FrameBoundary.h"
+#include "common/VciService.h"
+#include "modules/DevSyncService.h"
+
+#include <map>
+#include <memory>
+
+class ZephEventLoop;
+class ZephEventLoopThreadPool;
+
+// Holds every host service and routes each frame to one of them by its group id. What it refuses
+// itself it answers as group 0, service 0, handle 0. Lives on the main thread.
+class VciGroupService : public VciService {
+  public:
+    // Every service gets `loop`; `pool`, not started yet, is for the services that deal out work.
+    VciGroupService(ZephEventLoop* loop, std::shared_ptr<ZephEventLoopThreadPool> pool);
+
+    // Starts the services that need a start, once the USB channel is set up.
+    void Init();
+
+    // Treats one frame of the read ring, or refuses it. Further frames wait for the next event.
+    void HandleUsbEvent();
+
+    // True while the ring holds nothing that a further event could treat before bytes arrive.
+    bool WaitsForBytes() const { return boundary_.InDoubt(); }
+
+  private:
+    void Refuse(uint32_t msgLen, NegtiveErrorCode code);
+
+    void DevSyncGroupService();
+
+    std::map<GroupId, void (VciGroupService::*)()> func_map;
+    DevSyncService devSyncSrv_;
+    FrameBoundary boundary_;
+};

@@ -1,0 +1,67 @@
+#include "common/VciService.h"
+
+#include "common/Config.h"
+#include "drivers/DevTimestamp.h"
+#include "drivers/UsbDriver.h"
+#include "utils/WireFormat.h"
+
+#include <cassert>
+
+namespace {
+
+constexpr uint32_t kHandleSize = 4;
+constexpr uint32_t kNegtiveServiceLength = 5; // gid, sid, code, gid and sid that are refused
+constexpr uint32_t kNegtiveMessageLength = 16;
+constexpr int kTimeServiceLength = 10; // gid, sid, 8 bytes of time
+
+} // namespace
+
+VciService::VciService(ZephEventLoop* loop) : loop_(loop) {}
+
+VciService::VciService() : loop_(nullptr) {}
+
+void VciService::GetDataFromUsb() {
+    auto& usb = Drivers::UsbDriver::GetInstance();
+    usb.UsbPeek(reqMsgData);
+    reqSrvLength = UcharToUint(reqMsgData + 1);
+    const uint32_t msgLen = serviceLenToMsgLen(reqSrvLength);
+    // VciGroupService skips the frames that do not fit; this bound keeps a stray call harmless.
+    if (msgLen <= kReqMsgSize) {
+        usb.UsbRead(reqMsgData, static_cast<int>(msgLen));
+    }
+}
+
+void VciService::SetHandle() {
+    srvHandle = 0;
+    if (reqSrvLength <= kReqMsgSize - kServiceOffset - kHandleSize) {
+        srvHandle = UcharToUint(pReqSrv + reqSrvLength);
+    }
+}
+
+void VciService::UsbPositiveResponse(int len) {
+    const auto serviceLength = static_cast<uint32_t>(len);
+    const uint32_t msgLen = serviceLenToMsgLen(serviceLength);
+    assert(msgLen <= kRespMsgSize);
+    WireWriter(respMsgData).U8(0).U32(serviceLength);
+    Drivers::UsbDriver::GetInstance().UsbWrite(respMsgData, msgLen);
+}
+
+void VciService::UsbNegtiveResponse(NegtiveErrorCode negtiveCode) {
+    WireWriter(respMsgData)
+        .U8(0)
+        .U32(kNegtiveServiceLength)
+        .U8(ERR_INFO_SERVICE_GID)
+        .U8(SERVICE_ERR_SID)
+        .U8(negtiveCode)
+        .U8(gid_)
+        .U8(sid_)
+        .U32(srvHandle);
+    Drivers::UsbDriver::GetInstance().UsbWrite(respMsgData, kNegtiveMessageLength);
+}
+
+void VciService::UsbTimeResponse() {
+    pRespSrv[0] = gid_;
+    pRespSrv[1] = sid_;
+    Drivers::DevTimestamp::GetInstance()->GetTimestamp(pRespSrv + 2);
+    UsbPositiveResponse(kTimeServiceLength);
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "hal/IHalGpio.h"
+#include "hal/RegBlock.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+// A register block in memory.
+class MemoryRegAccess : public Hal::RegBlock {
+  public:
+    explicit MemoryRegAccess(size_t size);
+
+    int Write(uint32_t offset, uint32_t value) override;
+
+    uint32_t Word(uint32_t offset) const;
+    void SetWord(uint32_t offset, uint32_t value);
+    void Reset(); // all words 0, writes succeed, none counted
+
+    bool failWrites = false;
+    std::vector<std::pair<uint32_t, uint32_t>> writes; // offset and value, in order
+
+  private:
+    std::vector<uint32_t> words_;
+};
+
+// A GPIO chip in memory.
+class MemoryGpio : public Hal::IHalGpio {
+  public:
+    int Write(uint32_t pin, int value) override;
+    int Read(uint32_t pin, int& value) override;
+
+    std::map<uint32_t, int> levels;
+    std::vector<std::pair<uint32_t, int>> writes; // pin and level, in order
+};
+
+// All register blocks and chips that the program asks for, kept for the life of the process, since
+// singletons hold on to theirs.
+class MemoryBoard {
+  public:
+    // The first call puts the memory classes in place of the board's.
+    static MemoryBoard& Instance();
+
+    MemoryRegAccess& Registers(uint32_t base);
+    MemoryGpio& Gpio(const std::string& chipName);
+
+    // As after power-up. The objects stay.
+    void Reset();
+
+    // Sets the 100 MHz counter of the device time.
+    void SetCounter(uint64_t ticks);
+
+  private:
+    MemoryBoard();
+
+    std::map<uint32_t, std::shared_ptr<MemoryRegAccess>> blocks_;
+    std::map<std::string, std::shared_ptr<MemoryGpio>> chips_;
+};

@@ -1,0 +1,260 @@
+#include "app/VciServiceGroup.h"
+
+#include "base/ZephEventLoop.h"
+#include "base/ZephEventLoopThreadPool.h"
+#include "support/BoardTest.h"
+
+namespace {
+
+// What the group object itself answers: gid, sid and handle are 0, whatever the frame said.
+const Bytes kErrorLength{0, 5, 0, 0, 0, 104, 2, 10, 0, 0, 0, 0, 0, 0, 0, 0};
+const Bytes kWrongGid{0, 5, 0, 0, 0, 104, 2, 15, 0, 0, 0, 0, 0, 0, 0, 0};
+const Bytes kTime{0, 10, 0, 0, 0, 16, 1, 0x10, 0x27, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+
+class VciServiceGroupTest : public BoardTest {
+  protected:
+    VciServiceGroupTest() { board.SetCounter(1000); } // 10000 ns = 0x2710
+
+    // One read event; what it sent.
+    std::vector<Bytes> Event() {
+        holder->HandleUsbEvent();
+        return Answers();
+    }
+
+    // Events for as long as the device would report itself readable, as the loop gives them, up to
+    // a bound that shows an endless loop.
+    std::vector<Bytes> Settle() {
+        std::vector<Bytes> all;
+        for (int i = 0; i < 1000; ++i) {
+            if (usb.Get(MemoryUsb::kReadIn) == usb.Get(MemoryUsb::kReadOut) ||
+                (i > 0 && holder->WaitsForBytes())) {
+                return all;
+            }
+            for (auto& answer : Event()) {
+                all.push_back(std::move(answer));
+            }
+        }
+        ADD_FAILURE() << "the ring does not settle";
+        return all;
+    }
+
+    std::vector<Bytes> Send(const Bytes& bytes) {
+        usb.HostWrite(bytes);
+        return Settle();
+    }
+
+    uint32_t ReadOut() const { return usb.Get(MemoryUsb::kReadOut); }
+
+    void ExpectTimeIsAnswered() { EXPECT_EQ(Send(Frame({16, 1})), std::vector<Bytes>{kTime}); }
+
+    static Bytes Header(uint32_t n, uint8_t gid, uint8_t sid) {
+        return {0,
+                static_cast<uint8_t>(n),
+                static_cast<uint8_t>(n >> 8),
+                static_cast<uint8_t>(n >> 16),
+                static_cast<uint8_t>(n >> 24),
+                gid,
+                sid,
+                0};
+    }
+
+    ZephEventLoop loop;
+    std::shared_ptr<ZephEventLoopThreadPool> pool =
+        std::make_shared<ZephEventLoopThreadPool>(&loop, 3);
+    // On the heap: services carry large buffers.
+    std::unique_ptr<VciGroupService> holder = std::make_unique<VciGroupService>(&loop, pool);
+};
+
+TEST_F(VciServiceGroupTest, InitStartsTheSyncService) {
+    board.Gpio("gpiochip1").writes.clear();
+    holder->Init();
+    EXPECT_FALSE(board.Gpio("gpiochip1").writes.empty());
+}
+
+TEST_F(VciServiceGroupTest, RoutesAKnownGroup) {
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, OneEventTreatsOneFrame) {
+    usb.HostWrite(Frame({16, 1}));
+    usb.HostWrite(Frame({16, 1}));
+    EXPECT_EQ(Event(), std::vector<Bytes>{kTime});
+    EXPECT_EQ(ReadOut(), 16U);
+    EXPECT_EQ(Event(), std::vector<Bytes>{kTime});
+    EXPECT_EQ(ReadOut(), 32U);
+}
+
+TEST_F(VciServiceGroupTest, UnknownGroupsAreRefusedAsGroupZeroWithHandleZero) {
+    for (const uint8_t gid : Bytes{0, 2, 17, 25, 104, 255}) {
+        EXPECT_EQ(Send(Frame({gid, 99}, 0x11223344)), std::vector<Bytes>{kWrongGid})
+            << "gid " << int{gid};
+    }
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AnUnknownGroupIsSkippedByItsLengthWhetherItHasArrivedOrNot) {
+    usb.HostWrite(Header(1000, 25, 1));
+    EXPECT_EQ(Event(), std::vector<Bytes>{kWrongGid});
+    EXPECT_EQ(ReadOut(), 1012U);
+    usb.HostWrite(Bytes(1004, 0x55)); // the rest of it
+    EXPECT_EQ(Settle(), std::vector<Bytes>{});
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AnUnknownServiceIsRefusedWithItsOwnNumbers) {
+    EXPECT_EQ(
+        Send(Frame({16, 99}, 0x11223344)),
+        (std::vector<Bytes>{{0, 5, 0, 0, 0, 104, 2, 14, 16, 99, 0x44, 0x33, 0x22, 0x11, 0, 0}}));
+}
+
+TEST_F(VciServiceGroupTest, AServiceLengthOfTwoIsASixteenByteFrame) {
+    EXPECT_EQ(
+        Send({0, 2, 0, 0, 0, 16, 99, 0x44, 0x33, 0x22, 0x11, 1, 2, 3, 4, 5}),
+        (std::vector<Bytes>{{0, 5, 0, 0, 0, 104, 2, 14, 16, 99, 0x44, 0x33, 0x22, 0x11, 0, 0}}));
+    EXPECT_EQ(ReadOut(), 16U);
+}
+
+TEST_F(VciServiceGroupTest, AServiceLengthOfZeroIsATwelveByteFrame) {
+    // Nothing but a header and a handle: the byte in the group's place decides.
+    EXPECT_EQ(Send({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}), std::vector<Bytes>{kWrongGid});
+    EXPECT_EQ(ReadOut(), 12U);
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, ZeroToSevenBytesAreRefusedAndTheIndexMovesByTwelve) {
+    for (uint32_t count = 0; count <= 7; ++count) {
+        usb.Reset();
+        holder = std::make_unique<VciGroupService>(&loop, pool);
+        usb.HostWrite(Bytes(count, 0xFF));
+        holder->HandleUsbEvent();
+        EXPECT_EQ(Answers(), std::vector<Bytes>{kErrorLength}) << count << " bytes";
+        EXPECT_EQ(ReadOut(), 12U) << count << " bytes";
+    }
+}
+
+TEST_F(VciServiceGroupTest, AWrappedLengthOfZeroIsRefusedAndTheIndexStays) {
+    usb.HostWrite(Header(0xFFFFFFF5, 16, 1));
+    EXPECT_EQ(Event(), std::vector<Bytes>{kErrorLength});
+    EXPECT_EQ(ReadOut(), 0U);
+}
+
+TEST_F(VciServiceGroupTest, AFrameThatDoesNotMoveTheIndexIsRefusedOnceUntilBytesArrive) {
+    EXPECT_EQ(Send(Frame({16, 1})), std::vector<Bytes>{kTime});
+    usb.HostWrite(Header(0xFFFFFFF5, 16, 1));
+    EXPECT_EQ(Settle(), std::vector<Bytes>{kErrorLength});
+    EXPECT_EQ(Event(), std::vector<Bytes>{});
+    usb.HostWrite(Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9});
+    EXPECT_EQ(Settle(), std::vector<Bytes>{kErrorLength});
+    ExpectTimeIsAnswered();
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AWrappedLengthOfFourIsRefusedAndTheIndexMovesByFour) {
+    usb.HostWrite(Header(0xFFFFFFF6, 16, 1));
+    EXPECT_EQ(Event(), std::vector<Bytes>{kErrorLength});
+    EXPECT_EQ(ReadOut(), 4U);
+}
+
+TEST_F(VciServiceGroupTest, ANegativeLengthMovesTheIndexBackAndLaterFramesAreNotLost) {
+    for (const uint32_t n : {0xFFFFFFF1U, 0xFFFFFFF4U, 0x7FFFFFF5U, 0x80000000U, 0xFFFF0000U}) {
+        usb.HostWrite(Header(n, 16, 1));
+        EXPECT_EQ(Settle().front(), kErrorLength) << "n " << n;
+        ExpectTimeIsAnswered();
+        ExpectTimeIsAnswered();
+    }
+}
+
+TEST_F(VciServiceGroupTest, AFrameBeyondTheRequestBufferIsRefusedAndSkippedWhole) {
+    Bytes frame = Header(66001, 16, 1);
+    frame.resize(66012, 0x55); // 66001 + 11 is a multiple of 4
+    const Bytes follower = Frame({16, 1});
+    frame.insert(frame.end(), follower.begin(), follower.end());
+    EXPECT_EQ(Send(frame), (std::vector<Bytes>{kErrorLength, kTime}));
+}
+
+TEST_F(VciServiceGroupTest, TheLongestFrameThatFitsReachesItsService) {
+    Bytes fits = Header(65989, 16, 1);
+    fits.resize(66000);
+    EXPECT_EQ(Send(fits),
+              (std::vector<Bytes>{{0, 5, 0, 0, 0, 104, 2, 10, 16, 1, 0, 0, 0, 0, 0, 0}}));
+    Bytes tooLong = Header(65990, 16, 1);
+    tooLong.resize(66004);
+    EXPECT_EQ(Send(tooLong), std::vector<Bytes>{kErrorLength});
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AnUnknownGroupBeyondTheRequestBufferIsStillAnUnknownGroup) {
+    Bytes frame = Header(66001, 25, 1);
+    frame.resize(66012);
+    EXPECT_EQ(Send(frame), std::vector<Bytes>{kWrongGid});
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AFrameLongerThanTheRingIsSkippedWhileItArrives) {
+    const uint32_t n = 0x180000;
+    EXPECT_EQ(Send(Header(n, 16, 1)), std::vector<Bytes>{kErrorLength});
+    uint32_t rest = n + 12 - 8; // n + 11 rounded up to a multiple of 4
+    while (rest > 0) {
+        const uint32_t piece = std::min(rest, 0x10000U);
+        EXPECT_EQ(Send(Bytes(piece, 0x55)), std::vector<Bytes>{});
+        rest -= piece;
+    }
+    EXPECT_EQ(ReadOut(), usb.Get(MemoryUsb::kReadIn));
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AfterAnOverlongHeaderAloneTheNextWholeFrameIsTreated) {
+    EXPECT_EQ(Send(Header(0x180000, 16, 1)), std::vector<Bytes>{kErrorLength});
+    ExpectTimeIsAnswered();
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AfterTooFewBytesTheNextWholeFrameIsTreated) {
+    for (uint32_t count = 1; count <= 7; ++count) {
+        EXPECT_EQ(Send(Bytes(count, 0)), std::vector<Bytes>{kErrorLength}) << count << " bytes";
+        ExpectTimeIsAnswered();
+        ExpectTimeIsAnswered();
+    }
+}
+
+TEST_F(VciServiceGroupTest, AfterTooFewBytesAWholeFrameInTwoPiecesIsTreated) {
+    EXPECT_EQ(Send({0, 0, 0}), std::vector<Bytes>{kErrorLength});
+    const Bytes frame = Frame({16, 2, 1, 2, 3, 4, 5, 6, 7, 8});
+    EXPECT_EQ(Send(Bytes(frame.begin(), frame.begin() + 20)), std::vector<Bytes>{});
+    const auto answers = Send(Bytes(frame.begin() + 20, frame.end()));
+    ASSERT_EQ(answers.size(), 1U);
+    EXPECT_EQ(answers[0][5], 16);
+    EXPECT_EQ(answers[0][6], 2);
+}
+
+TEST_F(VciServiceGroupTest, AnErrorConditionOnAnEmptyRingCostsNoLaterFrame) {
+    EXPECT_EQ(Event(), std::vector<Bytes>{kErrorLength});
+    EXPECT_EQ(ReadOut(), 12U);
+    EXPECT_EQ(Event(), std::vector<Bytes>{}); // the next error, with nothing new
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AnIncompleteFrameRunsItsServiceOnceForEachArrivalAndStays) {
+    // The service sees the new head and, behind it, what its buffer held: here a handle of 0.
+    const Bytes frame = Frame({16, 2, 1, 2, 3, 4, 5, 6, 7, 8}, 0x11223344);
+    const Bytes followUp{0, 10, 0, 0, 0, 16, 2, 0x10, 0x27, 0, 0, 0,
+                         0, 0,  0, 0, 0, 0,  0, 0,    0,    0, 0, 0};
+    EXPECT_EQ(Send(Bytes(frame.begin(), frame.begin() + 8)), std::vector<Bytes>{followUp});
+    EXPECT_EQ(ReadOut(), 0U);
+    EXPECT_EQ(Event(), std::vector<Bytes>{});
+    EXPECT_EQ(Send(Bytes(frame.begin() + 8, frame.begin() + 16)), std::vector<Bytes>{followUp});
+    EXPECT_EQ(Send(Bytes(frame.begin() + 16, frame.end())), std::vector<Bytes>{followUp});
+    EXPECT_EQ(ReadOut(), 24U);
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, FramesAreTreatedAcrossTheWrapOfRingAndIndices) {
+    usb.Set(MemoryUsb::kReadIn, 0xFFFFFFF8);
+    usb.Set(MemoryUsb::kReadOut, 0xFFFFFFF8);
+    ExpectTimeIsAnswered();
+    EXPECT_EQ(ReadOut(), 8U);
+    EXPECT_EQ(Send({0, 0, 0}), std::vector<Bytes>{kErrorLength});
+    ExpectTimeIsAnswered();
+}
+
+} // namespace
