@@ -1,0 +1,200 @@
+#include "base/ZephTimerQueue.h"
+
+#include "base/ZephEventLoop.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+namespace {
+
+using State = ActiveTimerSet::State;
+
+constexpr int64_t kMinDelayUs = 100; // a delay of 0 would disarm the descriptor
+constexpr int64_t kNanoSecondsPerMicroSecond = 1000;
+constexpr int64_t kNotArmed = std::numeric_limits<int64_t>::max();
+
+int createTimerfd() {
+    return timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+}
+
+timespec howMuchTimeFromNow(ZephTimestamp when) {
+    const int64_t now = ZephTimestamp::now().microSecondsSinceEpoch();
+    const int64_t wanted = when.microSecondsSinceEpoch();
+    const int64_t delay = wanted < now + kMinDelayUs ? kMinDelayUs : wanted - now;
+    return {.tv_sec = delay / ZephTimestamp::kMicroSecondsPerSecond,
+            .tv_nsec = delay % ZephTimestamp::kMicroSecondsPerSecond * kNanoSecondsPerMicroSecond};
+}
+
+void resetTimerfd(int fd, ZephTimestamp when) {
+    itimerspec value{};
+    value.it_value = howMuchTimeFromNow(when);
+    // Fails without a descriptor only, and then the queue does not fire at all.
+    timerfd_settime(fd, 0, &value, nullptr);
+}
+
+void readTimerfd(int fd) {
+    uint64_t expirations = 0;
+    // How often it has fired says nothing: the clock says which timers are due.
+    static_cast<void>(!read(fd, &expirations, sizeof(expirations)));
+}
+
+} // namespace
+
+ZephTimerQueue::ZephTimerQueue(ZephEventLoop* loop)
+    : loop_(loop),
+      timerfd_(createTimerfd()),
+      timerfdChannel_(loop, timerfd_.get()),
+      armedFor_(kNotArmed),
+      idGenerator_(std::make_shared<IdGenerator>()) {
+    timerfdChannel_.setReadCallback([this](ZephTimestamp) { handleRead(); });
+    timerfdChannel_.enableReading();
+}
+
+ZephTimerQueue::~ZephTimerQueue() {
+    timerfdChannel_.disableAll();
+    timerfdChannel_.remove();
+}
+
+ZephTimerId ZephTimerQueue::addTimer(std::function<void()>&& cb, ZephTimestamp when,
+                                     double interval) {
+    const int64_t sequence = idGenerator_->NextId();
+    using Maker = ZephTimerPool::Maker;
+    const Maker maker = loop_->isInLoopThread() ? Maker::kOwnThread : Maker::kOtherThread;
+    const Slot slot = pool_.acquire(maker, std::move(cb), when, interval, sequence);
+    if (maker == Maker::kOwnThread) {
+        addTimerInLoop(slot, sequence);
+    } else {
+        loop_->queueInLoop([this, slot, sequence] { addTimerInLoop(slot, sequence); });
+    }
+    return {pool_.at(slot), sequence, this, slot};
+}
+
+void ZephTimerQueue::cancel(ZephTimerId timerId) {
+    if (loop_->isInLoopThread()) {
+        cancelInLoop(timerId);
+    } else {
+        loop_->queueInLoop([this, timerId] { cancelInLoop(timerId); });
+    }
+}
+
+void ZephTimerQueue::resetCallback(ZephTimerId timerId, std::function<void()> cb) {
+    loop_->runInLoop([this, timerId, cb = std::move(cb)]() mutable {
+        resetCallbackInLoop(timerId, std::move(cb));
+    });
+}
+
+void ZephTimerQueue::setInterval(ZephTimerId timerId, double interval) {
+    loop_->runInLoop([this, timerId, interval] { setIntervalInLoop(timerId, interval); });
+}
+
+void ZephTimerQueue::arm() {
+    // A first timer that was cancelled leaves the descriptor armed too early: that wake-up finds
+    // nothing due, which costs less than arming anew at each cancel.
+    if (timers_.empty() || timers_.firstExpiration().microSecondsSinceEpoch() >= armedFor_) {
+        return;
+    }
+    armedFor_ = timers_.firstExpiration().microSecondsSinceEpoch();
+    resetTimerfd(timerfd_.get(), timers_.firstExpiration());
+}
+
+void ZephTimerQueue::addTimerInLoop(Slot slot, int64_t sequence) {
+    timers_.insert(pool_.at(slot)->GetExpiration(), slot);
+    activeTimers_.insert(slot, sequence);
+}
+
+void ZephTimerQueue::cancelInLoop(const ZephTimerId& timerId) {
+    const Slot slot = timerId.slot_;
+    const State state = find(timerId);
+    if (state == State::kActive) {
+        timers_.erase(slot);
+        activeTimers_.set(slot, State::kAbsent);
+        pool_.release(slot);
+    } else if (state == State::kExpired) {
+        activeTimers_.set(slot, State::kCanceled);
+    }
+}
+
+void ZephTimerQueue::resetCallbackInLoop(const ZephTimerId& timerId, std::function<void()> cb) {
+    ZephTimer* timer = findTimer(timerId);
+    if (timer == nullptr) {
+        return;
+    }
+    if (timer == runningTimer_) { // its callback must not be destroyed under its own feet
+        nextCallback_ = std::move(cb);
+        hasNextCallback_ = true;
+    } else {
+        timer->ResetCallBack(std::move(cb));
+    }
+}
+
+void ZephTimerQueue::setIntervalInLoop(const ZephTimerId& timerId, double interval) {
+    if (ZephTimer* timer = findTimer(timerId)) {
+        timer->SetInterval(interval);
+    }
+}
+
+State ZephTimerQueue::find(const ZephTimerId& timerId) const {
+    return timerId.queue_ == this ? activeTimers_.find(timerId.slot_, timerId.sequence_)
+                                  : State::kAbsent;
+}
+
+ZephTimer* ZephTimerQueue::findTimer(const ZephTimerId& timerId) const {
+    return find(timerId) == State::kAbsent ? nullptr : pool_.at(timerId.slot_);
+}
+
+void ZephTimerQueue::handleRead() {
+    const ZephTimestamp now = ZephTimestamp::now();
+    readTimerfd(timerfd_.get());
+    armedFor_ = kNotArmed;
+    std::vector<Slot> expired = std::move(spareExpired_);
+    getExpired(now, expired);
+    runExpired(expired);
+    reset(expired, now);
+    expired.clear();
+    spareExpired_ = std::move(expired);
+}
+
+void ZephTimerQueue::getExpired(ZephTimestamp now, std::vector<Slot>& expired) {
+    timers_.takeDue(now, expired);
+    for (const Slot slot : expired) {
+        const int n = activeTimers_.at(slot) == State::kActive ? 1 : 0;
+        if (n != 1) {
+            // The two sets hold the same timers. If not, the memory of this process is not ours
+            // any more, and no timer of it can be trusted.
+            std::fputs("ZephTimerQueue::getExpired: Assertion `n == 1' failed.\n", stderr);
+            abort();
+        }
+        activeTimers_.set(slot, State::kExpired);
+    }
+}
+
+void ZephTimerQueue::runExpired(const std::vector<Slot>& expired) {
+    for (const Slot slot : expired) {
+        ZephTimer* timer = pool_.at(slot);
+        runningTimer_ = timer;
+        timer->run();
+        runningTimer_ = nullptr;
+        if (hasNextCallback_) {
+            hasNextCallback_ = false;
+            timer->ResetCallBack(std::exchange(nextCallback_, {}));
+        }
+    }
+}
+
+void ZephTimerQueue::reset(const std::vector<Slot>& expired, ZephTimestamp now) {
+    for (const Slot slot : expired) {
+        ZephTimer* timer = pool_.at(slot);
+        if (timer->Repeat() && activeTimers_.at(slot) == State::kExpired) {
+            timer->restart(now);
+            addTimerInLoop(slot, timer->GetSequence());
+        } else {
+            activeTimers_.set(slot, State::kAbsent);
+            pool_.release(slot);
+        }
+    }
+}
