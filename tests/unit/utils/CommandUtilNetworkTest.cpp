@@ -263,6 +263,12 @@ TEST_F(CommandUtilNetworkTest, DelIfacesReportsWhatTheKernelRefuses) {
         << text;
 }
 
+TEST_F(CommandUtilNetworkTest, DelIfacesTakesANameUpToItsFirstNul) {
+    testing::internal::CaptureStderr();
+    util_->DelIfaces({std::string("lo") + '\0' + std::string(5000, 'x')});
+    EXPECT_EQ(testing::internal::GetCapturedStderr().find("Deletion failed for lo: Operation"), 0U);
+}
+
 TEST_F(CommandUtilNetworkTest, GetIfacesHasEveryInterfaceButLoopbackOnce) {
     std::vector<std::string> expected;
     const auto list = if_nameindex();
@@ -288,11 +294,12 @@ TEST(CommandUtilRealNetworkTest, DelIfacesDeletesInterfacesOfThisNamespace) {
     const pid_t child = fork();
     if (child == 0) { // root of a network of its own, whoever runs the test
         const std::string root = "0 " + std::to_string(geteuid()) + " 1";
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0 ||
-            !(std::ofstream("/proc/self/uid_map") << root << std::flush) ||
-            system("ip link add v0 type veth peer name v1 2>/dev/null &&"
-                   "ip link add longer-name-15b type veth peer name x1 2>/dev/null &&"
-                   "ip link add v3 type veth peer name v4 2>/dev/null") != 0) {
+        const bool isOwn = unshare(CLONE_NEWNET) == 0 ||
+                           (unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0 &&
+                            std::ofstream("/proc/self/uid_map") << root << std::flush);
+        if (!isOwn || system("ip link add v0 type veth peer name v1 2>/dev/null &&"
+                             "ip link add longer-name-15b type veth peer name x1 2>/dev/null &&"
+                             "ip link add v3 type veth peer name v4 2>/dev/null") != 0) {
             _exit(NoNamespace);
         }
         const auto util = CommandUtil::GetInstance();

@@ -1,4 +1,5 @@
 #include "utils/CommandUtil.h"
+#include "utils/MachineLock.h"
 
 #include <algorithm>
 #include <vector>
@@ -75,6 +76,7 @@ class CommandUtilProcessesTest : public testing::Test {
     const std::shared_ptr<CommandUtil> util_ = CommandUtil::GetInstance();
 
   private:
+    const MachineLock lock_;
     char ownName_[16] = {};
 };
 

@@ -1,11 +1,13 @@
 #include "utils/Logger.h"
 
+#include <atomic>
 #include <cstdio>
 #include <limits>
 #include <mutex>
 #include <regex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -324,51 +326,6 @@ TEST_F(LoggerTest, SetOutputReachesThreadsThatHaveLoggedBefore) {
 TEST_F(LoggerTest, TheConsoleIsOpenedWhereThereIsOneAndItsAbsenceIsAFailedWrite) {
     const bool hasConsole = access("/dev/ttyPS0", R_OK | W_OK) == 0;
     EXPECT_EQ(limlog::StdoutWriter::mywrite("", 0), hasConsole ? 0 : -1);
-}
-
-// Goes behind the process's logger, since it is older.
-struct LogsAtExit {
-    ~LogsAtExit() {
-        if (armed) {
-            LOG_FATAL << "too late";
-            fprintf(stderr, "%s\n", limlog::singleton()->ended() ? "quiet" : "still logging");
-        }
-    }
-    bool armed = false;
-} logsAtExit;
-
-TEST(LoggerDeathTest, AStatementBehindTheEndOfTheLoggerWritesNothing) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            limlog::singleton()->setOutput(
-                [](const char* data, size_t length) { return write(2, data, length); });
-            logsAtExit.armed = true;
-            LOG_INFO << "in time";
-            exit(0);
-        },
-        testing::ExitedWithCode(0), "in time\nquiet");
-}
-
-TEST(LoggerDeathTest, TheProcessEndsCleanlyWhileAThreadLogs) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            static std::atomic<int> count = 0;
-            limlog::singleton()->setOutput([](const char*, size_t length) {
-                ++count;
-                count.notify_one();
-                return static_cast<ssize_t>(length);
-            });
-            std::thread([] {
-                for (;;) {
-                    LOG_INFO << "on and on";
-                }
-            }).detach();
-            count.wait(0);
-            exit(0);
-        },
-        testing::ExitedWithCode(0), "");
 }
 
 } // namespace
