@@ -1,0 +1,77 @@
+#include "vcictl/Command.h"
+
+#include "vcihost/Hex.h"
+
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <iterator>
+
+#include <fmt/format.h>
+
+namespace {
+
+std::string ReadStandardInput() {
+    std::string text(std::istreambuf_iterator<char>(std::cin), {});
+    if (std::cin.bad()) {
+        throw UsageError("cannot read the hex from standard input");
+    }
+    return text;
+}
+
+} // namespace
+
+CLI::Option* AddNumber(CLI::App& app, const std::string& names, uint64_t& value, uint64_t max,
+                       const std::string& help, const std::string& type,
+                       const std::string& fallback) {
+    CLI::Option* const option = app.add_option_function<std::string>(
+        names,
+        [&value, max, names](const std::string& text) {
+            const auto number = vcihost::ParseNumber(text, max);
+            if (!number) {
+                throw CLI::ValidationError(
+                    names, fmt::format("'{}' is no whole number from 0 to {}", text, max));
+            }
+            value = *number;
+        },
+        help);
+    option->type_name(type);
+    if (!fallback.empty()) {
+        option->default_str(fallback);
+    }
+    return option;
+}
+
+void AddHex(CLI::App& app, std::vector<std::string>& pieces) {
+    app.add_option("HEX", pieces,
+                   "Hex digits, two a byte, in one or more arguments; - reads standard input")
+        ->required()
+        ->type_name("");
+}
+
+vcihost::Bytes HexBytes(const std::vector<std::string>& pieces) {
+    std::string text;
+    for (const std::string& piece : pieces) {
+        text += piece == "-" ? ReadStandardInput() : piece;
+        text += ' '; // each piece holds whole bytes
+    }
+    try {
+        vcihost::Bytes bytes = vcihost::ParseHex(text);
+        if (bytes.empty()) {
+            throw UsageError("HEX is empty: give at least one byte");
+        }
+        return bytes;
+    } catch (const vcihost::HexError& error) {
+        throw UsageError(std::string("HEX: ") + error.what());
+    }
+}
+
+uint64_t WallClock() {
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                     std::chrono::system_clock::now().time_since_epoch())
+                                     .count());
+}
+
+void Complain(const std::string& text) {
+    fmt::print(stderr, "vcictl: {}\n", text);
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "vcictl/ExitStatus.h"
+#include "vcictl/Output.h"
+#include "vcihost/Transport.h"
+
+#include <string>
+#include <vector>
+
+#include <CLI/App.hpp>
+
+// What every command works with.
+struct Tool {
+    std::string device; // path of the link
+    vcihost::Waiter waiter;
+    Output out;
+
+    std::unique_ptr<vcihost::Transport> Open() const {
+        return vcihost::Transport::Open(device, waiter);
+    }
+};
+
+// One subcommand of the tool. Declares its options when made; runs once they are parsed.
+class Command {
+  public:
+    virtual ~Command() = default;
+
+    // Throws what the library throws, and OutputError.
+    virtual ExitStatus Run(Tool& tool) = 0;
+};
+
+// Wrong usage that only a command can see. what() is one line.
+class UsageError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// An option `names` ("--wait" and the like) that takes a whole number from 0 to `max`, decimal or
+// 0x, into `value`. `type` stands for it in the help, with `fallback`, if any, as its default.
+CLI::Option* AddNumber(CLI::App& app, const std::string& names, uint64_t& value, uint64_t max,
+                       const std::string& help, const std::string& type,
+                       const std::string& fallback = "");
+
+// The argument HEX, in one or more pieces, which HexBytes() reads.
+void AddHex(CLI::App& app, std::vector<std::string>& pieces);
+
+// The bytes of all pieces, at least one; a piece that is a single - stands for standard input.
+// Throws UsageError.
+vcihost::Bytes HexBytes(const std::vector<std::string>& pieces);
+
+// Nanoseconds of the host's wall clock since 1970.
+uint64_t WallClock();
+
+// One line on standard error, behind the program's name.
+void Complain(const std::string& text);
+
+// The longest time that an option may name, in milliseconds: some 49 days.
+constexpr uint64_t kMostMilliseconds = 0xFFFFFFFF;

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "utils/UniqueFd.h"
+
+// Turns the first SIGINT, SIGTERM or SIGHUP into a readable descriptor, so that a command can close
+// its account; a second one ends the program at once. Signals that are ignored stay so. One object
+// a process, made before any thread.
+class Interrupt {
+  public:
+    Interrupt();
+
+    // Readable once a signal has come.
+    int fd() const { return fd_.get(); }
+
+    // True once a signal has come.
+    static bool Came();
+
+    // Ends the program by the signal that came, so that a calling shell sees it.
+    [[noreturn]] static void EndBySignal();
+
+  private:
+    UniqueFd fd_;
+};

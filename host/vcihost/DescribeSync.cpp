@@ -1,0 +1,88 @@
+#include "common/GlobalEnums.h"
+#include "utils/WireFormat.h"
+#include "vcihost/Describe.h"
+#include "vcihost/DeviceTime.h"
+
+#include <fmt/format.h>
+
+// Group 16 in words.
+namespace vcihost {
+
+namespace {
+
+constexpr size_t kTimeLength = 8;
+
+std::optional<Words> Request(std::span<const uint8_t> payload) {
+    if (!payload.empty()) {
+        return std::nullopt;
+    }
+    return Words{"sync request", {}};
+}
+
+std::optional<Words> FollowUp(std::span<const uint8_t> payload) {
+    if (payload.size() != kTimeLength) {
+        return std::nullopt;
+    }
+    const uint64_t time = WireReader(payload).U64();
+    return Words{"sync follow-up, host time " + TimeText(time), {{"host_ns", time}}};
+}
+
+std::optional<Words> Node(std::span<const uint8_t> payload) {
+    if (payload.size() != 1) {
+        return std::nullopt;
+    }
+    const uint8_t mode = payload[0];
+    return Words{mode > 1 ? fmt::format("sync node: {} (no mode)", mode)
+                          : fmt::format("sync node: be {}", mode == 1 ? "master" : "slave"),
+                 {{"mode", uint64_t{mode}}}};
+}
+
+std::optional<Words> State(std::span<const uint8_t> payload) {
+    if (payload.size() != 2) {
+        return std::nullopt;
+    }
+    const uint8_t apply = payload[0];
+    const uint8_t state = payload[1];
+    std::string text;
+    if (apply > 1 || state > 1) {
+        text = fmt::format("sync state: {} {} (no state)", apply, state);
+    } else if (apply == 0) {
+        text = "sync state: leave it as it is";
+    } else {
+        text = fmt::format("sync state: go {}", state == 1 ? "up" : "down");
+    }
+    return Words{text, {{"apply", uint64_t{apply}}, {"state", uint64_t{state}}}};
+}
+
+std::optional<Words> TimeAnswer(std::span<const uint8_t> payload) {
+    if (payload.size() != kTimeLength) {
+        return std::nullopt;
+    }
+    const uint64_t time = WireReader(payload).U64();
+    return Words{"device time " + TimeText(time), {{"device_ns", time}}};
+}
+
+// The same bytes, of a service that has done something.
+std::optional<Words> DoneAnswer(std::span<const uint8_t> payload) {
+    auto words = TimeAnswer(payload);
+    if (words) {
+        words->text = "done, " + words->text;
+    }
+    return words;
+}
+
+constexpr uint8_t kGid = DEVICE_SYNCHRONIZATION_SERVICE_GID;
+constexpr ServiceWords kServices[] = {
+    {kGid, kSyncRequestSid, "sync request", false, Request, TimeAnswer},
+    {kGid, kSyncFollowUpSid, "sync follow-up", false, FollowUp, TimeAnswer},
+    {kGid, kSyncNodeSid, "sync node", false, Node, DoneAnswer},
+    {kGid, kSyncStateSid, "sync state", false, State, DoneAnswer},
+};
+
+} // namespace
+
+std::span<const ServiceWords> SyncGroupWords() {
+    return kServices;
+}
+
+} // namespace vcihost
