@@ -1,220 +1,148 @@
-// The reactor beside libuv, libevent and asio: the same work for each, in one run, so that the
-// ratio counts. Rows are named scenario/library/size:
-//   dispatch       one callback of `size` descriptors that are readable all the time
-//   post           there and back between two loops on two threads
-//   timer_add      a timer added while `size` are filled in, in pseudo-random order of deadlines
-//   timer_cancel   a timer cancelled while the same `size` are taken out, in pseudo-random order
-//   timer_fire     a timer fired when `size` of them are due
+// The reactor beside libuv, libevent and asio: the same work for each in one run, so that the ratio
+// counts. Rows are named scenario/library/size:
+//   dispatch      callbacks of `size` descriptors that are readable all the time
+//   post          there and back between two loops on two threads
+//   timer_add     timers added, from none up to `size`, with deadlines in pseudo-random order
+//   timer_cancel  timers cancelled, from `size` down to none, in pseudo-random order
+//   timer_fire    `size` timers fired, all due at the same poll
 // The peers get their handles beforehand and only start and stop them; ours are made in the call.
 
-#include "base/ZephChannel.h"
-#include "base/ZephEventLoop.h"
-#include "base/ZephEventLoopThread.h"
+#include "loop/AsioLoop.h"
+#include "loop/EventLoop.h"
+#include "loop/UvLoop.h"
+#include "loop/ZephLoop.h"
 
 #include <algorithm>
-#include <asio.hpp>
-#include <chrono>
-#include <memory>
+#include <functional>
 #include <numeric>
 #include <random>
-#include <thread>
-#include <vector>
-
-#include <fcntl.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-#include <uv.h>
+#include <string>
 
 #include <benchmark/benchmark.h>
-#include <event2/event.h>
-#include <event2/event_struct.h>
-#include <event2/thread.h>
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Micros = std::chrono::microseconds;
-
-constexpr int64_t kEventsPerRun = 20'000; // dispatched between two readings of the clock
-constexpr int kRoundTripsPerRun = 1'000;
-
-// A loop says on standard output that it starts; here that would run into the table.
-void RunQuietly(ZephEventLoop& loop) {
-    static const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    static const int console = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-    dup2(null, STDOUT_FILENO);
-    loop.loop();
-    dup2(console, STDOUT_FILENO);
-}
-
-void WaitUntil(Clock::time_point time) {
-    while (Clock::now() <= time) {
-    }
-}
-
-// Descriptors that are readable and stay so.
-class ReadableFds {
-  public:
-    explicit ReadableFds(int64_t count) {
-        for (int64_t i = 0; i < count; ++i) {
-            fds_.emplace_back(eventfd(1, EFD_NONBLOCK | EFD_CLOEXEC));
-        }
-    }
-    auto begin() const { return fds_.begin(); }
-    auto end() const { return fds_.end(); }
-
-  private:
-    std::vector<UniqueFd> fds_;
+enum class Step {
+    kAdd,
+    kCancel,
+    kFire
 };
 
-// ---- dispatch: RunOnce() returns after kEventsPerRun callbacks.
-
-class ZephDispatch {
-  public:
-    explicit ZephDispatch(const ReadableFds& fds) {
-        for (const UniqueFd& fd : fds) {
-            channels_.push_back(std::make_unique<ZephChannel>(&loop_, fd.get()));
-            channels_.back()->setReadCallback([this](ZephTimestamp) {
-                if (--left_ == 0) {
-                    loop_.quit();
-                }
-            });
-            channels_.back()->enableReading();
-        }
-    }
-    ~ZephDispatch() {
-        for (const auto& channel : channels_) {
-            channel->remove();
-        }
-    }
-    void RunOnce() {
-        left_ = kEventsPerRun;
-        RunQuietly(loop_);
-    }
-
-  private:
-    ZephEventLoop loop_;
-    int64_t left_ = 0;
-    std::vector<std::unique_ptr<ZephChannel>> channels_;
-};
-
-class UvDispatch {
-  public:
-    explicit UvDispatch(const ReadableFds& fds) {
-        uv_loop_init(&loop_);
-        for (const UniqueFd& fd : fds) {
-            polls_.push_back(std::make_unique<uv_poll_t>());
-            uv_poll_init(&loop_, polls_.back().get(), fd.get());
-            polls_.back()->data = this;
-            uv_poll_start(polls_.back().get(), UV_READABLE, [](uv_poll_t* poll, int, int) {
-                auto* self = static_cast<UvDispatch*>(poll->data);
-                if (--self->left_ == 0) {
-                    uv_stop(&self->loop_);
-                }
-            });
-        }
-    }
-    ~UvDispatch() {
-        for (const auto& poll : polls_) {
-            uv_close(reinterpret_cast<uv_handle_t*>(poll.get()), nullptr);
-        }
-        uv_run(&loop_, UV_RUN_DEFAULT);
-        uv_loop_close(&loop_);
-    }
-    void RunOnce() {
-        left_ = kEventsPerRun;
-        uv_run(&loop_, UV_RUN_DEFAULT);
-    }
-
-  private:
-    uv_loop_t loop_;
-    int64_t left_ = 0;
-    std::vector<std::unique_ptr<uv_poll_t>> polls_;
-};
-
-// A base for one thread: without locks it is at its fastest.
-event_base* NewUnlockedBase() {
-    event_config* config = event_config_new();
-    event_config_set_flag(config, EVENT_BASE_FLAG_NOLOCK);
-    event_base* base = event_base_new_with_config(config);
-    event_config_free(config);
-    return base;
-}
-
-class EventDispatch {
-  public:
-    explicit EventDispatch(const ReadableFds& fds) : base_(NewUnlockedBase()) {
-        for (const UniqueFd& fd : fds) {
-            events_.push_back(event_new(
-                base_, fd.get(), EV_READ | EV_PERSIST,
-                [](evutil_socket_t, short, void* arg) {
-                    auto* self = static_cast<EventDispatch*>(arg);
-                    if (--self->left_ == 0) {
-                        event_base_loopbreak(self->base_);
-                    }
-                },
-                this));
-            event_add(events_.back(), nullptr);
-        }
-    }
-    ~EventDispatch() {
-        std::for_each(events_.begin(), events_.end(), event_free);
-        event_base_free(base_);
-    }
-    void RunOnce() {
-        left_ = kEventsPerRun;
-        event_base_dispatch(base_);
-    }
-
-  private:
-    event_base* base_;
-    int64_t left_ = 0;
-    std::vector<event*> events_;
-};
-
-class AsioDispatch {
-  public:
-    explicit AsioDispatch(const ReadableFds& fds) {
-        for (const UniqueFd& fd : fds) {
-            descriptors_.emplace_back(io_, fd.get());
-            Wait(descriptors_.size() - 1);
-        }
-    }
-    ~AsioDispatch() {
-        for (asio::posix::stream_descriptor& descriptor : descriptors_) {
-            descriptor.release();
-        }
-    }
-    void RunOnce() {
-        left_ = kEventsPerRun;
-        io_.restart();
-        io_.run();
-    }
-
-  private:
-    void Wait(size_t i) {
-        descriptors_[i].async_wait(asio::posix::stream_descriptor::wait_read,
-                                   [this, i](const asio::error_code& error) {
-                                       if (error) {
-                                           return;
-                                       }
-                                       if (--left_ == 0) {
-                                           io_.stop();
-                                       }
-                                       Wait(i);
-                                   });
-    }
-
-    asio::io_context io_{1};
-    int64_t left_ = 0;
-    std::vector<asio::posix::stream_descriptor> descriptors_;
-};
+constexpr unsigned kSeed = 20240229;
+constexpr Micros kFar{3'600'000'000}; // deadlines of timers that are cancelled: within the hour
 
 template <typename Dispatch> void RunDispatch(benchmark::State& state) {
-    const ReadableFds fds(state.range(0));
+    const std::vector<UniqueFd> fds = ReadableFds(state.range(0));
     Dispatch dispatch(fds);
     for (auto _ : state) {
         dispatch.RunOnce();
     }
     state.SetItemsProcessed(state.iterations() * kEventsPerRun);
+}
+
+template <typename Post> void RunPost(benchmark::State& state) {
+    Post post;
+    for (auto _ : state) {
+        post.RunOnce();
+    }
+    state.SetItemsProcessed(state.iterations() * kRoundTripsPerRun);
+}
+
+std::vector<Micros> RandomDeadlines(size_t count, Micros first, Micros spread) {
+    std::mt19937 random(kSeed);
+    std::uniform_int_distribution<int64_t> within(0, spread.count());
+    std::vector<Micros> deadlines(count);
+    std::generate(deadlines.begin(), deadlines.end(),
+                  [&] { return first + Micros(within(random)); });
+    return deadlines;
+}
+
+std::vector<size_t> RandomOrder(size_t count) {
+    std::vector<size_t> order(count);
+    std::iota(order.begin(), order.end(), size_t{0});
+    std::shuffle(order.begin(), order.end(), std::mt19937(kSeed));
+    return order;
+}
+
+// Only the one step is timed; an item is one timer.
+template <typename Timers, Step step> void RunTimers(benchmark::State& state) {
+    const auto count = static_cast<size_t>(state.range(0));
+    // Timers that fire: late enough to be all there before the first is due.
+    const Micros first = step == Step::kFire ? Micros(200 + count / 5) : Micros(1'000'000);
+    const Micros spread = step == Step::kFire ? Micros(1000 + count / 5) : kFar;
+    const std::vector<Micros> deadlines = RandomDeadlines(count, first, spread);
+    const std::vector<size_t> order = RandomOrder(count);
+    Timers timers(count);
+    for (auto _ : state) {
+        timers.Begin();
+        const Clock::time_point begin = Clock::now();
+        for (size_t i = 0; i < count; ++i) {
+            timers.Add(i, deadlines[i]);
+        }
+        const Clock::time_point added = Clock::now();
+        if (step == Step::kFire) {
+            state.SetIterationTime(timers.Fire(added + first + spread + 2 * kCoarsestTick));
+            continue;
+        }
+        for (const size_t i : order) {
+            timers.Cancel(i);
+        }
+        const Clock::time_point canceled = Clock::now();
+        timers.Settle();
+        state.SetIterationTime(
+            Seconds(step == Step::kAdd ? added - begin : canceled - added).count());
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+template <typename Timers> void RegisterTimers(const std::string& library) {
+    for (const int64_t count : {10, 1'000, 100'000}) {
+        const int64_t firings = count == 100'000 ? 20 : 200; // each waits for its deadlines
+        benchmark::RegisterBenchmark(("timer_add/" + library).c_str(),
+                                     RunTimers<Timers, Step::kAdd>)
+            ->Arg(count)
+            ->UseManualTime();
+        benchmark::RegisterBenchmark(("timer_cancel/" + library).c_str(),
+                                     RunTimers<Timers, Step::kCancel>)
+            ->Arg(count)
+            ->UseManualTime();
+        benchmark::RegisterBenchmark(("timer_fire/" + library).c_str(),
+                                     RunTimers<Timers, Step::kFire>)
+            ->Arg(count)
+            ->UseManualTime()
+            ->Iterations(firings);
+    }
+}
+
+template <typename Dispatch> void RegisterDispatch(const std::string& library) {
+    for (const int64_t count : {1, 100, 1'000}) {
+        benchmark::RegisterBenchmark(("dispatch/" + library).c_str(), RunDispatch<Dispatch>)
+            ->Arg(count)
+            ->UseRealTime();
+    }
+}
+
+template <typename Post> void RegisterPost(const std::string& library) {
+    benchmark::RegisterBenchmark(("post/" + library).c_str(), RunPost<Post>)->UseRealTime();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    RegisterDispatch<zeph::Dispatch>("zeph");
+    RegisterDispatch<uv::Dispatch>("libuv");
+    RegisterDispatch<libevent::Dispatch>("libevent");
+    RegisterDispatch<asio_loop::Dispatch>("asio");
+    RegisterTimers<zeph::Timers>("zeph");
+    RegisterTimers<uv::Timers>("libuv");
+    RegisterTimers<libevent::Timers>("libevent");
+    RegisterTimers<asio_loop::Timers>("asio");
+    RegisterPost<zeph::Post>("zeph");
+    RegisterPost<uv::Post>("libuv");
+    RegisterPost<libevent::Post>("libevent");
+    RegisterPost<asio_loop::Post>("asio");
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
 }

@@ -26,7 +26,8 @@ std::atomic<uint64_t> allocations{0};
 
 } // namespace
 
-void* operator new(size_t size) {
+// Not inlined: the compiler would otherwise see malloc() and free() and take them for a mismatch.
+[[gnu::noinline]] void* operator new(size_t size) {
     allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* memory = std::malloc(size)) {
         return memory;
@@ -34,12 +35,8 @@ void* operator new(size_t size) {
     throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept { std::free(memory); }
 
 namespace {
 

@@ -31,6 +31,6 @@ build() {
     (
         cd "$root"
         [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset"
-        cmake --build "build/$preset" ${1:+--target "$@"}
+        cmake --build "build/$preset" ${1:+--target} "$@"
     )
 }

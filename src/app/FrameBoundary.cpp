@@ -16,6 +16,21 @@ constexpr uint32_t kShortestService = 2; // gid and sid
 FrameBoundary::FrameBoundary(std::function<bool(uint8_t)> isGroup, uint32_t maxFrame)
     : isGroup_(std::move(isGroup)), maxFrame_(maxFrame) {}
 
+// The write index is where the next frame can begin.
+void FrameBoundary::LoseAt(uint32_t in) {
+    state_ = State::Lost;
+    seenIn_ = in;
+    candidate_ = in;
+}
+
+void FrameBoundary::Start() {
+    auto& usb = Drivers::UsbDriver::GetInstance();
+    const uint32_t in = usb.ReadIn();
+    if (in - usb.ReadOut() > Drivers::UsbDriver::kReadRingSize) {
+        LoseAt(in);
+    }
+}
+
 bool FrameBoundary::Begin() {
     auto& usb = Drivers::UsbDriver::GetInstance();
     const uint32_t in = usb.ReadIn();
@@ -42,8 +57,11 @@ void FrameBoundary::End(bool fault) {
     if (moved > 0 && moved <= level) {
         return;
     }
-    state_ = fault ? State::Lost : State::Incomplete;
-    candidate_ = seenIn_;
+    if (fault) {
+        LoseAt(seenIn_);
+    } else {
+        state_ = State::Incomplete;
+    }
 }
 
 // With new bytes up to seenIn_: true when reading can go on at the read index, which this may set.

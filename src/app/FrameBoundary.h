@@ -18,6 +18,10 @@ class FrameBoundary {
     // frame that a service takes.
     FrameBoundary(std::function<bool(uint8_t gid)> isGroup, uint32_t maxFrame);
 
+    // Takes the ring as it is found, once it is mapped: what an earlier daemon left behind may be
+    // beyond sense.
+    void Start();
+
     // Before a frame is treated: false when there is nothing to treat until more bytes arrive.
     bool Begin();
 
@@ -40,6 +44,7 @@ class FrameBoundary {
         None,
     };
 
+    void LoseAt(uint32_t in);
     bool FindFrame();
     Match FrameAt(uint32_t index, uint32_t end) const;
 

@@ -9,6 +9,7 @@
 #include "utils/UniqueFd.h"
 #include "versions/VersionManager.h"
 
+#include <algorithm>
 #include <string>
 
 #include <fcntl.h>
@@ -20,8 +21,10 @@ constexpr int kPoolThreads = 3;
 constexpr int kUsbRetryMs = 1000;
 
 // How long the read channel rests while the ring holds only bytes that cannot be treated yet: they
-// keep the device readable, and without a rest the loop would spin until the others arrive.
-constexpr double kRestSeconds = 0.001;
+// keep the device readable, and without a rest the loop would spin until others arrive. The rest
+// doubles up to the longest, for a host that may stay silent.
+constexpr double kShortestRest = 0.001; // seconds
+constexpr double kLongestRest = 0.032;
 
 std::string UsbPath() {
     return VersionManager::GetInstance().GetUsbConfig()->GetUsbPath();
@@ -29,7 +32,8 @@ std::string UsbPath() {
 
 } // namespace
 
-VciManage::VciManage() : signalChannel_(&baseLoop_, SignalRelay::GetInstance().Fd()) {
+VciManage::VciManage()
+    : signalChannel_(&baseLoop_, SignalRelay::GetInstance().Fd()), rest_(kShortestRest) {
     LifetimeManager::GetInstance()->Init();
     if (!WaitForUsb()) {
         return;
@@ -86,6 +90,7 @@ void VciManage::Run() {
     }
     Init();
     Drivers::UsbDriver::GetInstance(); // the first use maps the rings
+    group_->StartReading();
     threadPool_->start({});
     baseLoop_.loop();
 }
@@ -106,10 +111,13 @@ void VciManage::Quit() {
 
 void VciManage::HandleUsbReadEvent() {
     group_->HandleUsbEvent();
-    if (group_->WaitsForBytes()) {
-        usbChannel_->disableReading();
-        baseLoop_.runAfter(kRestSeconds, [this] { usbChannel_->enableReading(); });
+    if (!group_->WaitsForBytes()) {
+        rest_ = kShortestRest;
+        return;
     }
+    usbChannel_->disableReading();
+    baseLoop_.runAfter(rest_, [this] { usbChannel_->enableReading(); });
+    rest_ = std::min(2 * rest_, kLongestRest);
 }
 
 void VciManage::HandleUsbWriteEvent() {

@@ -44,4 +44,5 @@ class VciManage {
     std::shared_ptr<ZephEventLoopThreadPool> threadPool_;
     std::shared_ptr<VciGroupService> group_;
     std::atomic<bool> quitting_{false};
+    double rest_; // seconds that the read channel rests next, while it waits for bytes
 };

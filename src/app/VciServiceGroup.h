@@ -20,6 +20,9 @@ class VciGroupService : public VciService {
     // Starts the services that need a start, once the USB channel is set up.
     void Init();
 
+    // Takes the read ring as it is found, once it is mapped.
+    void StartReading() { boundary_.Start(); }
+
     // Treats one frame of the read ring, or refuses it. Further frames wait for the next event.
     void HandleUsbEvent();
 

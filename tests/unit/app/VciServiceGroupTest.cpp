@@ -248,6 +248,24 @@ TEST_F(VciServiceGroupTest, AnIncompleteFrameRunsItsServiceOnceForEachArrivalAnd
     ExpectTimeIsAnswered();
 }
 
+TEST_F(VciServiceGroupTest, IndicesThatAnEarlierDaemonLeftBeyondSenseCostNoFrame) {
+    for (const uint32_t out : {9U, 66000U, 0x8000000CU, 0xFFE00000U}) {
+        usb.Reset();
+        usb.Set(MemoryUsb::kReadOut, out);
+        holder = std::make_unique<VciGroupService>(&loop, pool);
+        holder->StartReading();
+        EXPECT_EQ(Event(), std::vector<Bytes>{});
+        ExpectTimeIsAnswered();
+        ExpectTimeIsAnswered();
+    }
+}
+
+TEST_F(VciServiceGroupTest, FramesThatWaitAtTheStartAreTreated) {
+    usb.HostWrite(Frame({16, 1}));
+    holder->StartReading();
+    EXPECT_EQ(Settle(), std::vector<Bytes>{kTime});
+}
+
 TEST_F(VciServiceGroupTest, FramesAreTreatedAcrossTheWrapOfRingAndIndices) {
     usb.Set(MemoryUsb::kReadIn, 0xFFFFFFF8);
     usb.Set(MemoryUsb::kReadOut, 0xFFFFFFF8);
