@@ -11,7 +11,7 @@ constexpr uint32_t kGidOffset = 5;
 } // namespace
 
 VciGroupService::VciGroupService(ZephEventLoop* loop,
-                                 std::shared_ptr<ZephEventLoopThreadPool> /*pool*/)
+                                 const std::shared_ptr<ZephEventLoopThreadPool>& /*pool*/)
     : VciService(loop),
       func_map{
           {DEVICE_SYNCHRONIZATION_SERVICE_GID, &VciGroupService::DevSyncGroupService},

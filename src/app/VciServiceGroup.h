@@ -15,7 +15,7 @@ class ZephEventLoopThreadPool;
 class VciGroupService : public VciService {
   public:
     // Every service gets `loop`; `pool`, not started yet, is for the services that deal out work.
-    VciGroupService(ZephEventLoop* loop, std::shared_ptr<ZephEventLoopThreadPool> pool);
+    VciGroupService(ZephEventLoop* loop, const std::shared_ptr<ZephEventLoopThreadPool>& pool);
 
     // Starts the services that need a start, once the USB channel is set up.
     void Init();

@@ -176,7 +176,7 @@ enum ErrInfoGroup : uint8_t {
     X(CAN_SENDFRAME_WITH_ACKOFF_MODE, 160)
 
 enum NegtiveErrorCode : uint8_t {
-#define X(name, value) name = value,
+#define X(name, value) name = (value),
     NEGTIVE_ERROR_CODES(X)
 #undef X
 };
