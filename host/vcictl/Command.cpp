@@ -73,5 +73,6 @@ uint64_t WallClock() {
 }
 
 void Complain(const std::string& text) {
-    fmt::print(stderr, "vcictl: {}\n", text);
+    // Nobody is left to tell when this fails.
+    static_cast<void>(std::fputs(("vcictl: " + text + "\n").c_str(), stderr));
 }

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -133,10 +134,12 @@ ExitStatus TalkCommand::Run(Tool& tool) {
         }
         return kExitOk;
     } catch (const vcihost::ConversationError& error) {
+        std::string report;
         for (const std::string& line : lastLines) {
-            fmt::print(stderr, "{}\n", line);
+            report += line + "\n";
         }
-        fmt::print(stderr, "{}:{}: {}\n", name, conversation.line(), error.what());
+        report += fmt::format("{}:{}: {}\n", name, conversation.line(), error.what());
+        static_cast<void>(std::fputs(report.c_str(), stderr));
         return kExitRefused;
     } catch (const vcihost::TransportError& error) {
         throw UsageError(fmt::format("{}:{}: {}", name, conversation.line(), error.what()));

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <deque>
+#include <iostream>
 #include <system_error>
 
 #include <fcntl.h>
@@ -77,9 +78,7 @@ ExitStatus Run(Command& command, Tool& tool) {
     }
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
     FillStandardDescriptors();
     Tool tool;
     tool.device = kDefaultDevice;
@@ -106,7 +105,9 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& asked) { // for the help or the version
-        return app.exit(asked);
+        app.exit(asked);
+        std::cout.flush();
+        return std::cout ? kExitOk : kExitTrouble;
     } catch (const CLI::ParseError& error) {
         Complain(std::string(error.what()) + "; see vcictl --help");
         return kExitTrouble;
@@ -115,4 +116,14 @@ int main(int argc, char** argv) {
     const Interrupt interrupt;
     tool.waiter = vcihost::Waiter(interrupt.fd());
     return Run(commands.Chosen(), tool);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Main(argc, argv);
+    } catch (...) { // no memory, even for words
+        return kExitTrouble;
+    }
 }

@@ -41,8 +41,8 @@ struct ServiceWords {
 
     uint8_t gid;
     uint8_t sid;
+    bool upload; // the device sends it unasked
     const char* name;
-    bool upload;    // the device sends it unasked
     Reader request; // null for a service that only the device sends
     Reader message;
 };

@@ -21,7 +21,7 @@ std::optional<Words> BusTrouble(std::span<const uint8_t> payload) {
 }
 
 constexpr ServiceWords kServices[] = {
-    {ERR_INFO_SERVICE_GID, BUS_TROUBLE_SID, "bus trouble", true, nullptr, BusTrouble},
+    {ERR_INFO_SERVICE_GID, BUS_TROUBLE_SID, true, "bus trouble", nullptr, BusTrouble},
 };
 
 } // namespace

@@ -73,10 +73,10 @@ std::optional<Words> DoneAnswer(std::span<const uint8_t> payload) {
 
 constexpr uint8_t kGid = DEVICE_SYNCHRONIZATION_SERVICE_GID;
 constexpr ServiceWords kServices[] = {
-    {kGid, kSyncRequestSid, "sync request", false, Request, TimeAnswer},
-    {kGid, kSyncFollowUpSid, "sync follow-up", false, FollowUp, TimeAnswer},
-    {kGid, kSyncNodeSid, "sync node", false, Node, DoneAnswer},
-    {kGid, kSyncStateSid, "sync state", false, State, DoneAnswer},
+    {kGid, kSyncRequestSid, false, "sync request", Request, TimeAnswer},
+    {kGid, kSyncFollowUpSid, false, "sync follow-up", FollowUp, TimeAnswer},
+    {kGid, kSyncNodeSid, false, "sync node", Node, DoneAnswer},
+    {kGid, kSyncStateSid, false, "sync state", State, DoneAnswer},
 };
 
 } // namespace
