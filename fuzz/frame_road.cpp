@@ -60,6 +60,7 @@ class Road {
         usb_.Set(MemoryUsb::kReadOut, start);
         usb_.Set(MemoryUsb::kWriteIn, ~start);
         usb_.Set(MemoryUsb::kWriteOut, ~start);
+        group_->StartReading();
         for (int step = 0; step < kMostSteps && data.remaining_bytes() > 0; ++step) {
             Step(data);
         }

@@ -7,8 +7,7 @@
 
 namespace {
 
-constexpr uint32_t kHeaderSize = 8; // leading byte, length, gid, sid, one more
-constexpr uint32_t kGidOffset = 5;
+constexpr uint32_t kRingSize = Drivers::UsbDriver::kReadRingSize;
 constexpr uint32_t kShortestService = 2; // gid and sid
 
 } // namespace
@@ -16,9 +15,9 @@ constexpr uint32_t kShortestService = 2; // gid and sid
 FrameBoundary::FrameBoundary(std::function<bool(uint8_t)> isGroup, uint32_t maxFrame)
     : isGroup_(std::move(isGroup)), maxFrame_(maxFrame) {}
 
-// The write index is where the next frame can begin.
-void FrameBoundary::LoseAt(uint32_t in) {
-    state_ = State::Lost;
+// What lies before the write index means nothing any more; a frame can begin there.
+void FrameBoundary::Lose(State state, uint32_t in) {
+    state_ = state;
     seenIn_ = in;
     candidate_ = in;
 }
@@ -26,74 +25,99 @@ void FrameBoundary::LoseAt(uint32_t in) {
 void FrameBoundary::Start() {
     auto& usb = Drivers::UsbDriver::GetInstance();
     const uint32_t in = usb.ReadIn();
-    if (in - usb.ReadOut() > Drivers::UsbDriver::kReadRingSize) {
-        LoseAt(in);
+    if (in - usb.ReadOut() > kRingSize) {
+        Lose(State::Behind, in);
     }
 }
 
 bool FrameBoundary::Begin() {
     auto& usb = Drivers::UsbDriver::GetInstance();
     const uint32_t in = usb.ReadIn();
-    if (state_ != State::Sure) {
-        if (in == seenIn_) {
+    const bool news = in != seenIn_;
+    switch (state_) {
+    case State::Sure:
+        break;
+    case State::Incomplete:
+        if (!news) {
             return false;
         }
-        seenIn_ = in;
-        if (state_ == State::Lost && !FindFrame()) {
+        break;
+    case State::Behind:
+        // Without room the host could not even send what would lead out of here.
+        if (!news && in - usb.ReadOut() <= kRingSize / 2) {
             return false;
         }
+        usb.SetReadOut(candidate_);
         state_ = State::Sure;
+        if (!news) {
+            return false;
+        }
+        break;
+    case State::Ahead:
+        if (!news || !FindFrame(in)) {
+            return false;
+        }
+        break;
     }
+    state_ = State::Sure;
     seenIn_ = in;
     startOut_ = usb.ReadOut();
     return true;
 }
 
 void FrameBoundary::End(bool fault) {
-    const uint32_t out = Drivers::UsbDriver::GetInstance().ReadOut();
-    // Signed, since both run freely: a read index past the write index is a negative level.
-    const auto moved = static_cast<int32_t>(out - startOut_);
-    const auto level = static_cast<int32_t>(seenIn_ - startOut_);
-    if (moved > 0 && moved <= level) {
-        return;
-    }
-    if (fault) {
-        LoseAt(seenIn_);
-    } else {
+    auto& usb = Drivers::UsbDriver::GetInstance();
+    // Signed, since both run freely: a read index past the write index is a negative level. Bytes
+    // that have arrived meanwhile count as arrived here, and as news at the next Begin().
+    const auto moved = static_cast<int32_t>(usb.ReadOut() - startOut_);
+    const auto level = static_cast<int32_t>(usb.ReadIn() - startOut_);
+    if (!fault && moved == 0) {
         state_ = State::Incomplete;
+    } else if (moved <= 0) {
+        Lose(State::Behind, seenIn_);
+    } else if (moved > level) {
+        Lose(State::Ahead, seenIn_);
     }
 }
 
-// With new bytes up to seenIn_: true when reading can go on at the read index, which this may set.
-bool FrameBoundary::FindFrame() {
+// With new bytes up to `in`: true when reading can go on at the read index, which this may set.
+bool FrameBoundary::FindFrame(uint32_t in) {
     auto& usb = Drivers::UsbDriver::GetInstance();
-    const auto level = static_cast<int32_t>(seenIn_ - usb.ReadOut());
+    const uint32_t arrival = seenIn_; // where the newest bytes begin
+    seenIn_ = in;
+    const auto level = static_cast<int32_t>(in - usb.ReadOut());
     if (level == 0) { // exactly what was skipped has arrived
         state_ = State::Sure;
         return false;
     }
-    switch (FrameAt(candidate_, seenIn_)) {
+    const Match match = FrameAt(candidate_, in);
+    if (match != Match::Whole && FrameAt(arrival, in) == Match::Whole) {
+        usb.SetReadOut(arrival);
+        return true;
+    }
+    switch (match) {
     case Match::Whole:
         usb.SetReadOut(candidate_);
         return true;
+    case Match::None:
+        candidate_ = in;
+        break;
     case Match::Begun:
-        return false;
-    default:
-        candidate_ = seenIn_;
-        // More than a ring full was never there: a length had moved the index far back.
-        return level > 0 && level <= static_cast<int32_t>(Drivers::UsbDriver::kReadRingSize);
+        break;
     }
+    return level > 0;
 }
 
 FrameBoundary::Match FrameBoundary::FrameAt(uint32_t index, uint32_t end) const {
     const uint32_t arrived = end - index;
-    if (arrived < kHeaderSize) {
+    if (arrived < kFrameHeadSize) {
         return Match::Begun;
     }
-    uint8_t header[kHeaderSize];
-    Drivers::UsbDriver::GetInstance().PeekAt(index, header, kHeaderSize);
+    uint8_t header[kFrameHeadSize];
+    Drivers::UsbDriver::GetInstance().PeekAt(index, header, kFrameHeadSize);
     const uint32_t serviceLen = UcharToUint(header + 1);
-    if (serviceLen < kShortestService || serviceLen > maxFrame_ || !isGroup_(header[kGidOffset])) {
+    if (serviceLen < kShortestService || serviceLen > maxFrame_ ||
+        !isGroup_(header[kFrameServiceOffset])) {
         return Match::None;
     }
     const uint32_t msgLen = serviceLenToMsgLen(serviceLen);

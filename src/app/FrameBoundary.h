@@ -8,10 +8,11 @@
 // next one, behind where it was, or past what has arrived. From there every later frame would be
 // misread, and the bytes at the index would be treated again without end.
 //
-// So after such a frame nothing is treated until new bytes arrive. When these begin with a whole
-// frame of a known group, reading goes on there. Otherwise it goes on at the index, as soon as as
-// many bytes have arrived as were skipped. A frame that is merely not complete yet is treated once
-// for each arrival of bytes. Lives on the main thread.
+// So after such a frame nothing is treated until new bytes arrive. When the index had gone past
+// what had arrived, and the new bytes begin with a whole frame of a known group, reading goes on
+// there; otherwise it goes on at the index, as soon as as many bytes have arrived as were skipped.
+// When the index stayed or went back, it goes on with the new bytes. A frame that is merely not
+// complete yet is treated once for each arrival of bytes. Lives on the main thread.
 class FrameBoundary {
   public:
     // `isGroup` tells the group ids that requests are routed by; `maxFrame`: bytes of the longest
@@ -36,7 +37,8 @@ class FrameBoundary {
     enum class State {
         Sure,       // the read index stands at the start of a frame, or the ring is empty
         Incomplete, // a frame of a known group has not arrived whole
-        Lost,       // after a fault
+        Ahead,      // a fault has moved the index past what had arrived
+        Behind,     // a fault has left the index where it was or moved it back
     };
     enum class Match {
         Whole, // a whole frame of a known group
@@ -44,8 +46,8 @@ class FrameBoundary {
         None,
     };
 
-    void LoseAt(uint32_t in);
-    bool FindFrame();
+    void Lose(State state, uint32_t in);
+    bool FindFrame(uint32_t in);
     Match FrameAt(uint32_t index, uint32_t end) const;
 
     std::function<bool(uint8_t)> isGroup_;
@@ -53,5 +55,5 @@ class FrameBoundary {
     State state_ = State::Sure;
     uint32_t seenIn_ = 0;    // write index at the last Begin(): what lies before it is not news
     uint32_t startOut_ = 0;  // read index at the last Begin()
-    uint32_t candidate_ = 0; // where a new frame may begin while Lost
+    uint32_t candidate_ = 0; // where a new frame may begin while Ahead or Behind
 };

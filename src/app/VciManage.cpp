@@ -22,7 +22,7 @@ constexpr int kUsbRetryMs = 1000;
 
 // How long the read channel rests while the ring holds only bytes that cannot be treated yet: they
 // keep the device readable, and without a rest the loop would spin until others arrive. The rest
-// doubles up to the longest, for a host that may stay silent.
+// doubles up to the longest while nothing arrives, for a host that may stay silent.
 constexpr double kShortestRest = 0.001; // seconds
 constexpr double kLongestRest = 0.032;
 
@@ -78,7 +78,10 @@ void VciManage::Init() {
     // An error condition of the device simply tries a read, and a hang-up is only logged.
     usbChannel_->setReadCallback([this](ZephTimestamp) { HandleUsbReadEvent(); });
     usbChannel_->setErrorCallback([this] { HandleUsbReadEvent(); });
-    usbChannel_->setCloseCallback([this] { HandleUsbWriteEvent(); });
+    usbChannel_->setCloseCallback([this] {
+        HandleUsbWriteEvent();
+        Rest(); // a hang-up that lasts would otherwise fill the loop and the console
+    });
     usbChannel_->enableReading();
     baseLoop_.updateChannel(usbChannel_.get());
     group_->Init();
@@ -110,10 +113,20 @@ void VciManage::Quit() {
 }
 
 void VciManage::HandleUsbReadEvent() {
-    group_->HandleUsbEvent();
-    if (!group_->WaitsForBytes()) {
+    const uint32_t arrived = Drivers::UsbDriver::GetInstance().ReadIn();
+    if (arrived != lastArrived_) {
+        lastArrived_ = arrived;
         rest_ = kShortestRest;
-        return;
+    }
+    group_->HandleUsbEvent();
+    if (group_->WaitsForBytes()) {
+        Rest();
+    }
+}
+
+void VciManage::Rest() {
+    if (!usbChannel_->isReading()) {
+        return; // rests already: an error and bytes can come with one event
     }
     usbChannel_->disableReading();
     baseLoop_.runAfter(rest_, [this] { usbChannel_->enableReading(); });
@@ -121,13 +134,13 @@ void VciManage::HandleUsbReadEvent() {
 }
 
 void VciManage::HandleUsbWriteEvent() {
-    LOG_INFO << "VciManage::HandleUsbWriteEvent()";
+    VCI_LOG_INFO << "VciManage::HandleUsbWriteEvent()";
 }
 
 void VciManage::HandleUsbErrorEvent() {
-    LOG_INFO << "VciManage::HandleUsbErrorEvent()";
+    VCI_LOG_INFO << "VciManage::HandleUsbErrorEvent()";
 }
 
 void VciManage::HandleUsbCloseEvent() {
-    LOG_INFO << "VciManage::HandleUsbCloseEvent()";
+    VCI_LOG_INFO << "VciManage::HandleUsbCloseEvent()";
 }

@@ -5,6 +5,7 @@
 #include "base/ZephEventLoopThreadPool.h"
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 class VciGroupService;
@@ -36,6 +37,7 @@ class VciManage {
 
   private:
     static bool WaitForUsb();
+    void Rest();
 
     int usbFd_ = -1, linkFd_ = -1;
     ZephEventLoop baseLoop_;
@@ -44,5 +46,6 @@ class VciManage {
     std::shared_ptr<ZephEventLoopThreadPool> threadPool_;
     std::shared_ptr<VciGroupService> group_;
     std::atomic<bool> quitting_{false};
-    double rest_; // seconds that the read channel rests next, while it waits for bytes
+    double rest_;              // seconds that the read channel rests next, while it waits for bytes
+    uint32_t lastArrived_ = 0; // write index of the read ring at the last read event
 };

@@ -3,13 +3,6 @@
 #include "common/Config.h"
 #include "drivers/UsbDriver.h"
 
-namespace {
-
-constexpr uint32_t kHeaderSize = 8;
-constexpr uint32_t kGidOffset = 5;
-
-} // namespace
-
 VciGroupService::VciGroupService(ZephEventLoop* loop,
                                  const std::shared_ptr<ZephEventLoopThreadPool>& /*pool*/)
     : VciService(loop),
@@ -28,14 +21,15 @@ void VciGroupService::HandleUsbEvent() {
     if (!boundary_.Begin()) {
         return;
     }
-    uint8_t header[kHeaderSize] = {};
+    uint8_t header[kFrameHeadSize] = {};
     const uint32_t got = Drivers::UsbDriver::GetInstance().UsbPeek(header);
     const uint32_t msgLen = serviceLenToMsgLen(UcharToUint(header + 1));
-    if (got != kHeaderSize || static_cast<int32_t>(msgLen) < static_cast<int32_t>(kHeaderSize)) {
+    if (got != kFrameHeadSize ||
+        static_cast<int32_t>(msgLen) < static_cast<int32_t>(kFrameHeadSize)) {
         Refuse(msgLen, ERROR_LENGTH);
         return;
     }
-    const auto group = func_map.find(static_cast<GroupId>(header[kGidOffset]));
+    const auto group = func_map.find(static_cast<GroupId>(header[kFrameServiceOffset]));
     if (group == func_map.end()) {
         Refuse(msgLen, WRONG_GID);
         return;

@@ -9,6 +9,11 @@
 // Four bytes as a little-endian number.
 uint32_t UcharToUint(const unsigned char* bytes);
 
+// The head of a host frame: leading byte, 4 bytes of service length, then the service section,
+// which begins with gid and sid. Eight bytes tell where a frame goes and how long it is.
+constexpr uint32_t kFrameServiceOffset = 5;
+constexpr uint32_t kFrameHeadSize = 8;
+
 // Length in bytes of the host frame whose service section has `serviceLen` bytes: `serviceLen` + 11
 // (leading byte, length field, handle, two tail bytes) rounded up to a multiple of 4. The
 // arithmetic is 32-bit and wraps: a service length near 2^32 gives a small or zero frame length.

@@ -15,7 +15,8 @@ template <uint32_t kServiceLength> class UploadFrame {
 
     // The service section: gid, sid and payload, to be filled by the caller.
     WireWriter Service() {
-        return WireWriter(std::span(frame_).template subspan<kServiceOffset, kServiceLength>());
+        return WireWriter(
+            std::span(frame_).template subspan<kFrameServiceOffset, kServiceLength>());
     }
 
     // True when the message was queued; a full ring drops it, which is counted there.
@@ -24,7 +25,6 @@ template <uint32_t kServiceLength> class UploadFrame {
     }
 
   private:
-    static constexpr size_t kServiceOffset = 5;
     static constexpr uint32_t kFrameLength = serviceLenToMsgLen(kServiceLength);
 
     std::array<uint8_t, kFrameLength> frame_{};

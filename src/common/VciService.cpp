@@ -1,11 +1,10 @@
 #include "common/VciService.h"
 
-#include "common/Config.h"
 #include "drivers/DevTimestamp.h"
 #include "drivers/UsbDriver.h"
 #include "utils/WireFormat.h"
 
-#include <cassert>
+#include <algorithm>
 
 namespace {
 
@@ -33,15 +32,16 @@ void VciService::GetDataFromUsb() {
 
 void VciService::SetHandle() {
     srvHandle = 0;
-    if (reqSrvLength <= kReqMsgSize - kServiceOffset - kHandleSize) {
+    if (reqSrvLength <= kReqMsgSize - kFrameServiceOffset - kHandleSize) {
         srvHandle = UcharToUint(pReqSrv + reqSrvLength);
     }
 }
 
 void VciService::UsbPositiveResponse(int len) {
     const auto serviceLength = static_cast<uint32_t>(len);
-    const uint32_t msgLen = serviceLenToMsgLen(serviceLength);
-    assert(msgLen <= kRespMsgSize);
+    // A handler that promises more than the buffer holds is wrong; yet the host gets no foreign
+    // bytes.
+    const uint32_t msgLen = std::min(serviceLenToMsgLen(serviceLength), kRespMsgSize);
     WireWriter(respMsgData).U8(0).U32(serviceLength);
     Drivers::UsbDriver::GetInstance().UsbWrite(respMsgData, msgLen);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Config.h"
 #include "common/GlobalEnums.h"
 
 #include <cstdint>
@@ -42,7 +43,6 @@ class VciService {
   protected:
     ~VciService() = default; // services are held by their own type
 
-    static constexpr uint32_t kServiceOffset = 5; // service section in a frame
     static constexpr uint32_t kRespMsgSize = 2048;
     static constexpr uint32_t kReqMsgSize = 66000;
 
@@ -51,8 +51,8 @@ class VciService {
     uint32_t srvHandle = 0;
     ZephEventLoop* loop_;
     uint32_t reqSrvLength = 0;
-    uint8_t* const pRespSrv = respMsgData + kServiceOffset;
-    const uint8_t* const pReqSrv = reqMsgData + kServiceOffset;
+    uint8_t* const pRespSrv = respMsgData + kFrameServiceOffset;
+    const uint8_t* const pReqSrv = reqMsgData + kFrameServiceOffset;
     uint8_t respMsgData[kRespMsgSize] = {};
     uint8_t reqMsgData[kReqMsgSize] = {};
 };

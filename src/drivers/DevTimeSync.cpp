@@ -12,9 +12,9 @@ namespace {
 constexpr const char* kErrorDevice = "/dev/time_sync_error";
 constexpr size_t kBlockSize = 4096; // bytes
 
-// Two lines of the sync transceiver, the same on every board of the family.
-constexpr uint32_t kTransceiverHighPin = 27;
-constexpr uint32_t kTransceiverLowPin = 31;
+// Two further board lines, set once; fixed numbers, as no board's configuration names them.
+constexpr uint32_t kLineSetHigh = 27;
+constexpr uint32_t kLineSetLow = 31;
 
 // The lamps sit between supply and line: they light at level 0.
 constexpr int kLit = 0;
@@ -22,17 +22,17 @@ constexpr int kDark = 1;
 
 } // namespace
 
-DevTimeSync::DevTimeSync() : fd_(open(kErrorDevice, O_RDWR | O_CLOEXEC)) {
-    const auto basic = VersionManager::GetInstance().GetBasicConfig();
+DevTimeSync::DevTimeSync()
+    : fd_(open(kErrorDevice, O_RDWR | O_CLOEXEC)),
+      basicConfig_(VersionManager::GetInstance().GetBasicConfig()) {
     const auto gpio = VersionManager::GetInstance().GetGpioConfig();
-    regAccess_ = Hal::MakeRegAccess(static_cast<off_t>(basic->GetTimeSyncBaseAddr()), kBlockSize);
-    modeOffset_ = basic->GetTimeSyncMSModeOffset();
-    stateOffset_ = basic->GetTimeSyncStateOffset();
+    regAccess_ =
+        Hal::MakeRegAccess(static_cast<off_t>(basicConfig_->GetTimeSyncBaseAddr()), kBlockSize);
     stateLight_ = Hal::MakeGpio(gpio->GetDevName());
     redLight_ = gpio->GetTimeSyncRedLigthPin();
     greenLight_ = gpio->GetTimeSyncGreenLigthPin();
-    stateLight_->Write(kTransceiverHighPin, 1);
-    stateLight_->Write(kTransceiverLowPin, 0);
+    stateLight_->Write(kLineSetHigh, 1);
+    stateLight_->Write(kLineSetLow, 0);
 }
 
 void DevTimeSync::Init() {
@@ -43,14 +43,15 @@ void DevTimeSync::Init() {
 
 int DevTimeSync::SetTimeSynNodeMode(TimeSynNodeMode mode) {
     const uint32_t slave = ~static_cast<uint32_t>(mode) & 1U; // the register holds the inverse
-    return regAccess_->Write(modeOffset_, slave);
+    return regAccess_->Write(basicConfig_->GetTimeSyncMSModeOffset(), slave);
 }
 
 int DevTimeSync::SetSyncState(TimeSyncState state) {
     if (state == state_) {
         return 0;
     }
-    if (regAccess_->Write(stateOffset_, static_cast<uint32_t>(state)) < 0) {
+    if (regAccess_->Write(basicConfig_->GetTimeSyncStateOffset(), static_cast<uint32_t>(state)) <
+        0) {
         state_ = SYNC_ERROR;
         SetSyncStateLight(SYNC_ERROR);
         return -1;

@@ -3,6 +3,7 @@
 #include "hal/IHalGpio.h"
 #include "hal/IRegAccess.h"
 #include "utils/UniqueFd.h"
+#include "versions/BasicConfig.h"
 
 #include <cstdint>
 #include <memory>
@@ -62,8 +63,8 @@ class DevTimeSync {
     TimeSyncState state_ = SYNC_DOWN;
     std::shared_ptr<Hal::IRegAccess> regAccess_;
     std::shared_ptr<Hal::IHalGpio> stateLight_;
-    uint32_t redLight_, greenLight_;    // GPIO lines
-    uint32_t modeOffset_, stateOffset_; // bytes into the block
+    uint32_t redLight_, greenLight_; // GPIO lines
+    std::shared_ptr<BasicConfig> basicConfig_;
 };
 
 } // namespace Drivers

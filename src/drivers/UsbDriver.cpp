@@ -1,10 +1,12 @@
 #include "drivers/UsbDriver.h"
 
+#include "common/Config.h"
 #include "utils/Console.h"
 #include "versions/VersionManager.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -14,8 +16,6 @@
 namespace Drivers {
 
 namespace {
-
-constexpr uint32_t kPeekLength = 8; // up to and including the gid and sid of a frame's header
 
 // mmap offsets select a region of the device; they are no positions inside one buffer.
 constexpr off_t kInfoRegion = 0;
@@ -200,24 +200,37 @@ uint32_t UsbDriver::Out(ZephKfifo& fifo, void* dst, uint32_t len) {
     return taken;
 }
 
-uint32_t UsbDriver::CountLost() {
-    lostCount += 1;
-    if (lostCount % kLossesPerReport == 0 && writeBuf.in != nullptr) {
-        PrintLine("No enough space for copy in, total lost " + std::to_string(lostCount));
-        PrintLine("inptr[" + std::to_string(Load(writeBuf.in)) + "], outptr[" +
-                  std::to_string(Load(writeBuf.out)) + "]. ");
-    }
-    return 0;
+// The two reports are printed without the lock and without an allocation: the console is slow, and
+// the capture thread writes here.
+void UsbDriver::ReportLost(uint64_t lost, uint32_t in, uint32_t out) {
+    char text[96];
+    snprintf(text, sizeof(text), "No enough space for copy in, total lost %" PRIu64, lost);
+    PrintLine(text);
+    snprintf(text, sizeof(text), "inptr[%u], outptr[%u]. ", in, out);
+    PrintLine(text);
+}
+
+void UsbDriver::ReportDoorbell(int result) const {
+    char text[64];
+    snprintf(text, sizeof(text), "ioctl failed  : %d ret:  %d", vciUsbFd_, result);
+    PrintLine(text);
 }
 
 uint32_t UsbDriver::In(ZephKfifo& fifo, ZephKfifo& fifo_len, const void* src, uint32_t len) {
-    const std::lock_guard<std::mutex> lock(fifoMutex);
+    std::unique_lock<std::mutex> lock(fifoMutex);
     if (len == 0) {
         return 0;
     }
     // An index that the other side has spoilt can make the free room look larger than the ring.
     if (fifo.in == nullptr || len > FifoUnused(fifo) || len > fifo.mask + 1) {
-        return CountLost();
+        const uint64_t lost = ++lostCount;
+        if (lost % kLossesPerReport == 0 && fifo.in != nullptr) {
+            const uint32_t in = Load(fifo.in);
+            const uint32_t out = Load(fifo.out);
+            lock.unlock();
+            ReportLost(lost, in, out);
+        }
+        return 0;
     }
     const uint32_t in = Load(fifo.in);
     CopyIn(fifo, src, len, in);
@@ -225,14 +238,14 @@ uint32_t UsbDriver::In(ZephKfifo& fifo, ZephKfifo& fifo_len, const void* src, ui
     CopyLenIn(fifo_len, len);
     const int rung = port_->Doorbell();
     if (rung < 0) {
-        PrintLine("ioctl failed  : " + std::to_string(vciUsbFd_) +
-                  " ret:  " + std::to_string(rung));
+        lock.unlock();
+        ReportDoorbell(rung);
     }
     return len;
 }
 
 uint32_t UsbDriver::UsbPeek(void* dst) {
-    return OutPeek(readBuf, dst, kPeekLength);
+    return OutPeek(readBuf, dst, kFrameHeadSize);
 }
 
 uint32_t UsbDriver::UsbRead(void* dst, int len) {

@@ -73,7 +73,8 @@ class UsbDriver {
     uint32_t In(ZephKfifo& fifo, ZephKfifo& fifo_len, const void* src, uint32_t len);
     static uint32_t Out(ZephKfifo& fifo, void* dst, uint32_t len);
     static uint32_t OutPeek(const ZephKfifo& fifo, void* dst, uint32_t len);
-    uint32_t CountLost();
+    static void ReportLost(uint64_t lost, uint32_t in, uint32_t out);
+    void ReportDoorbell(int result) const;
 
     std::mutex fifoMutex;
     uint64_t lostCount = 0; // messages dropped for want of room

@@ -11,8 +11,8 @@
 
 namespace {
 
-// These two exist before main() runs: a board whose registers cannot be reached ends here, with the
-// reason, instead of later inside a service.
+// These two exist before main() runs. A machine without /dev/mem ends here, with the reason; a time
+// block that cannot be mapped leaves a device whose time is 0.
 const auto devMem = DevMemUtil::GetInstance();
 const auto timestamp = Drivers::DevTimestamp::GetInstance();
 

@@ -1,5 +1,6 @@
 #include "modules/DevSyncService.h"
 
+#include "base/ZephEventLoop.h"
 #include "common/UploadFrame.h"
 #include "drivers/DevTimestamp.h"
 #include "utils/Console.h"
@@ -15,9 +16,15 @@ constexpr uint32_t kNodeLength = 3;
 constexpr uint32_t kStartStopLength = 4;
 constexpr uint32_t kErrorUploadLength = 14;
 
-constexpr uint8_t kErrorCount = 1; // errors in one upload
-constexpr uint8_t kNoChannel = 0;  // the sync line has no channel number
-constexpr time_t kRedLampSeconds = 1;
+// What a host expects around the bus type of a sync drop.
+constexpr uint8_t kBeforeBusType = 1;
+constexpr uint8_t kBehindBusType = 0;
+
+constexpr time_t kStateDownDelay = 1; // seconds from a drop to SYNC_DOWN
+
+// The device is not read, so a driver that keeps it readable would fill the loop and the host's
+// ring with one drop. Between two reports the channel rests this long.
+constexpr double kReportRest = 0.01; // seconds
 
 } // namespace
 
@@ -40,7 +47,12 @@ DevSyncService::~DevSyncService() {
 
 void DevSyncService::Init() {
     sync_.Init();
-    syncLinkChannel_.setReadCallback([this](ZephTimestamp) { SyncUploadErrorCb(); });
+    syncLinkChannel_.setReadCallback([this](ZephTimestamp) {
+        SyncUploadErrorCb();
+        RestSyncLink();
+    });
+    syncLinkChannel_.setErrorCallback([this] { RestSyncLink(); });
+    syncLinkChannel_.setCloseCallback([this] { RestSyncLink(); });
     syncLinkChannel_.enableReading();
     timerChannel_.setReadCallback([this](ZephTimestamp) { HandleTimer(); });
     timerChannel_.enableReading();
@@ -118,23 +130,33 @@ void DevSyncService::SyncUploadErrorCb() {
         .U8(ERR_INFO_SERVICE_GID)
         .U8(BUS_TROUBLE_SID)
         .U64(Drivers::DevTimestamp::GetInstance()->GetTimestamp())
-        .U8(kErrorCount)
+        .U8(kBeforeBusType)
         .U8(Drivers::SyncLine)
-        .U8(kNoChannel)
+        .U8(kBehindBusType)
         .U8(Drivers::Dropped);
     upload.Send();
 }
 
+void DevSyncService::RestSyncLink() {
+    if (!syncLinkChannel_.isReading()) {
+        return; // rests already: an error and a drop can come with one event
+    }
+    syncLinkChannel_.disableReading();
+    loop_->runAfter(kReportRest, [this] { syncLinkChannel_.enableReading(); });
+}
+
 void DevSyncService::StartTimer() {
     itimerspec once{};
-    once.it_value.tv_sec = kRedLampSeconds;
+    once.it_value.tv_sec = kStateDownDelay;
     timerfd_settime(timer_fd_.get(), 0, &once, nullptr);
 }
 
 void DevSyncService::HandleTimer() {
+    uint64_t expirations = 0;
+    if (read(timer_fd_.get(), &expirations, sizeof(expirations)) != sizeof(expirations)) {
+        return; // a drop in the same turn of the loop has armed the timer anew
+    }
     // With the state at SYNC_DOWN already this changes nothing, and the red lamp stays on.
     sync_.SetSyncState(Drivers::SYNC_DOWN);
-    uint64_t expirations = 0;
-    static_cast<void>(read(timer_fd_.get(), &expirations, sizeof(expirations)));
     PrintLine("DevSyncService::SyncUploadErrorCb timeout");
 }

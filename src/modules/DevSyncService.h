@@ -26,7 +26,8 @@ class DevSyncService : public VciService {
 
     void HandleReadEvent();
 
-    // The sync line has dropped: red lamp for a second, and an upload.
+    // The sync line has dropped: an upload, and the red lamp. A second later the state goes down;
+    // a state that was down already leaves the lamp as it is.
     void SyncUploadErrorCb();
 
   private:
@@ -36,6 +37,7 @@ class DevSyncService : public VciService {
     void StartStopTimeSync();
     void StartTimer();
     void HandleTimer();
+    void RestSyncLink();
 
     std::map<DevSyncGroup, void (DevSyncService::*)()> func_map;
     Drivers::DevTimeSync sync_;

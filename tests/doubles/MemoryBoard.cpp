@@ -27,6 +27,14 @@ int MemoryRegAccess::Write(uint32_t offset, uint32_t value) {
     return RegBlock::Write(offset, value);
 }
 
+int MemoryRegAccess::Read(uint32_t offset, uint32_t& value) {
+    const int result = RegBlock::Read(offset, value);
+    if (afterRead) {
+        afterRead(offset);
+    }
+    return result;
+}
+
 uint32_t MemoryRegAccess::Word(uint32_t offset) const {
     return words_.at(offset / 4);
 }
@@ -38,6 +46,7 @@ void MemoryRegAccess::SetWord(uint32_t offset, uint32_t value) {
 void MemoryRegAccess::Reset() {
     std::fill(words_.begin(), words_.end(), 0);
     failWrites = false;
+    afterRead = nullptr;
     writes.clear();
 }
 

@@ -4,6 +4,7 @@
 #include "hal/RegBlock.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -16,12 +17,14 @@ class MemoryRegAccess : public Hal::RegBlock {
     explicit MemoryRegAccess(size_t size);
 
     int Write(uint32_t offset, uint32_t value) override;
+    int Read(uint32_t offset, uint32_t& value) override;
 
     uint32_t Word(uint32_t offset) const;
     void SetWord(uint32_t offset, uint32_t value);
     void Reset(); // all words 0, writes succeed, none counted
 
     bool failWrites = false;
+    std::function<void(uint32_t offset)> afterRead;    // what the hardware does next
     std::vector<std::pair<uint32_t, uint32_t>> writes; // offset and value, in order
 
   private:

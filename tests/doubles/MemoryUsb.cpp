@@ -8,6 +8,7 @@
 
 namespace {
 
+constexpr uint32_t kInfoSize = 4096;
 constexpr uint32_t kReadSize = 0x100000;
 constexpr uint32_t kWriteSize = 0x1000000;
 constexpr uint32_t kLengthEntries = 0x400000;
@@ -46,7 +47,15 @@ class MemoryPort : public Drivers::UsbPort {
         }
     }
 
-    void Unmap(void*, size_t) override { --usb_.mapped; }
+    void Unmap(void* region, size_t length) override {
+        const bool right =
+            (region == info_ && length == kInfoSize) ||
+            (region == usb_.ReadRing() && length == kReadSize) ||
+            ((region == usb_.WriteRing() || region == usb_.LengthRing()) && length == kWriteSize);
+        if (right) {
+            --usb_.mapped;
+        }
+    }
 
     int Doorbell() override {
         ++usb_.doorbells;

@@ -5,12 +5,15 @@
 #include "utils/Logger.h"
 #include "versions/VersionManager.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <future>
+#include <iostream>
 #include <thread>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,9 +52,17 @@ class VciManageTest : public BoardTest {
     }
 
     ~VciManageTest() override {
+        if (thread_.joinable()) { // a failed test has not ended it
+            SignalRelay::GetInstance().Post(SIGTERM);
+            thread_.join();
+        }
         printed_ += testing::internal::GetCapturedStdout();
+        if (HasFailure()) {
+            std::cerr << printed_; // with what the test framework said
+        }
         VersionManager::GetInstance().ReplaceBoard({shipped_, nullptr, nullptr, nullptr});
         SignalRelay::GetInstance().SetAction(nullptr);
+        SignalRelay::GetInstance().Dispatch(); // none is left for the next test
         unlink(path_.c_str());
         rmdir(directory_);
     }
@@ -91,6 +102,19 @@ class VciManageTest : public BoardTest {
         }
         testing::internal::GetCapturedStdout().swap(printed_);
         testing::internal::CaptureStdout();
+    }
+
+    // What has come for the host when there are `count` messages, or the deadline has passed.
+    std::vector<Bytes> AwaitAnswers(size_t count) {
+        const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+        std::vector<Bytes> answers;
+        while (answers.size() < count && std::chrono::steady_clock::now() < deadline) {
+            for (auto& answer : Answers()) {
+                answers.push_back(std::move(answer));
+            }
+            std::this_thread::sleep_for(1ms);
+        }
+        return answers;
     }
 
     static int Count(const std::string& text, const std::string& part) {
@@ -153,6 +177,57 @@ TEST_F(VciManageTest, ManySignalsEndItOnce) {
     }
     ASSERT_TRUE(Ended());
     Join();
+    EXPECT_EQ(Count(printed_, "~VciManage\n"), 1);
+    EXPECT_GE(std::count(signals_.begin(), signals_.end(), SIGTERM), 1);
+}
+
+TEST_F(VciManageTest, WhileAFrameIsIncompleteTheLoopRestsInsteadOfSpinning) {
+    MakeDevice();
+    usb.HostWrite(Bytes{0, 10, 0, 0, 0, 16, 2, 0});
+    Start();
+    built_.get_future().wait();
+    Readable(); // and stays so
+    AwaitAnswers(1);
+    clockid_t clock = 0;
+    ASSERT_EQ(pthread_getcpuclockid(thread_.native_handle(), &clock), 0);
+    timespec before{}, after{};
+    clock_gettime(clock, &before);
+    std::this_thread::sleep_for(500ms);
+    clock_gettime(clock, &after);
+    const double busy = static_cast<double>(after.tv_sec - before.tv_sec) +
+                        static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e9;
+    EXPECT_LT(busy, 0.2); // a spinning loop would take nearly all of the half second
+    EXPECT_TRUE(Answers().empty());
+    usb.HostWrite(Bytes(16));
+    const auto answers = AwaitAnswers(1);
+    ASSERT_FALSE(answers.empty());
+    EXPECT_EQ(answers[0][5], 16);
+    EXPECT_EQ(answers[0][6], 2);
+    SignalRelay::GetInstance().Post(SIGTERM);
+    ASSERT_TRUE(Ended());
+    Join();
+}
+
+TEST_F(VciManageTest, IndicesThatAnEarlierDaemonSpoiltCostNoFrame) {
+    MakeDevice();
+    usb.Set(MemoryUsb::kReadOut, 0x80000000);
+    Start();
+    built_.get_future().wait();
+    Readable();
+    std::this_thread::sleep_for(50ms); // the loop finds the ring as it was left
+    usb.HostWrite(Frame({16, 1}));
+    // The FIFO calls an empty ring readable: such events are refused for their length, and nothing
+    // of what the ring held is taken for a frame.
+    Bytes answer;
+    do {
+        const auto answers = AwaitAnswers(1);
+        ASSERT_FALSE(answers.empty());
+        answer = answers.front();
+        ASSERT_TRUE(answer[5] == 16 || answer[7] == 10);
+    } while (answer[5] != 16);
+    SignalRelay::GetInstance().Post(SIGTERM);
+    ASSERT_TRUE(Ended());
+    Join();
 }
 
 TEST_F(VciManageTest, AQuitFromAnyThreadAtAnyMomentEndsIt) {
@@ -171,14 +246,7 @@ TEST_F(VciManageTest, ServesTheHostFromTheRing) {
     usb.HostWrite(Frame({16, 1}));
     usb.HostWrite(Frame({16, 2}, 0x11223344));
     Readable();
-    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
-    std::vector<Bytes> answers;
-    while (answers.size() < 2 && std::chrono::steady_clock::now() < deadline) {
-        for (auto& answer : Answers()) {
-            answers.push_back(std::move(answer));
-        }
-        std::this_thread::sleep_for(1ms);
-    }
+    const auto answers = AwaitAnswers(2);
     SignalRelay::GetInstance().Post(SIGTERM);
     ASSERT_TRUE(Ended());
     Join();

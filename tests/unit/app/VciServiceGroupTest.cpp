@@ -143,9 +143,26 @@ TEST_F(VciServiceGroupTest, AFrameThatDoesNotMoveTheIndexIsRefusedOnceUntilBytes
     usb.HostWrite(Header(0xFFFFFFF5, 16, 1));
     EXPECT_EQ(Settle(), std::vector<Bytes>{kErrorLength});
     EXPECT_EQ(Event(), std::vector<Bytes>{});
-    usb.HostWrite(Bytes{1, 2, 3, 4, 5, 6, 7, 8, 9});
-    EXPECT_EQ(Settle(), std::vector<Bytes>{kErrorLength});
+    EXPECT_EQ(ReadOut(), 16U);
     ExpectTimeIsAnswered();
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AnIndexThatStaysBeforeAFullRingMakesRoomForTheHost) {
+    Bytes bytes = Header(0xFFFFFFF5, 16, 1);
+    bytes.resize(0x100000);
+    EXPECT_EQ(Send(bytes), std::vector<Bytes>{kErrorLength});
+    EXPECT_EQ(Event(), std::vector<Bytes>{});
+    EXPECT_EQ(ReadOut(), 0x100000U);
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, AnIndexThatMovesBackByARingMakesRoomForTheHost) {
+    usb.HostWrite(Header(0xFFEFFFF6, 16, 1)); // a frame length of -0x100000 + 4
+    EXPECT_EQ(Event(), std::vector<Bytes>{kErrorLength});
+    EXPECT_EQ(ReadOut(), 0xFFF00004U);
+    EXPECT_EQ(Event(), std::vector<Bytes>{});
+    EXPECT_EQ(ReadOut(), 8U);
     ExpectTimeIsAnswered();
 }
 
@@ -217,14 +234,43 @@ TEST_F(VciServiceGroupTest, AfterTooFewBytesTheNextWholeFrameIsTreated) {
     }
 }
 
-TEST_F(VciServiceGroupTest, AfterTooFewBytesAWholeFrameInTwoPiecesIsTreated) {
+TEST_F(VciServiceGroupTest, AfterTooFewBytesAFrameInTwoPiecesMayBeMisreadButTheNextIsNot) {
     EXPECT_EQ(Send({0, 0, 0}), std::vector<Bytes>{kErrorLength});
     const Bytes frame = Frame({16, 2, 1, 2, 3, 4, 5, 6, 7, 8});
-    EXPECT_EQ(Send(Bytes(frame.begin(), frame.begin() + 20)), std::vector<Bytes>{});
-    const auto answers = Send(Bytes(frame.begin() + 20, frame.end()));
-    ASSERT_EQ(answers.size(), 1U);
-    EXPECT_EQ(answers[0][5], 16);
-    EXPECT_EQ(answers[0][6], 2);
+    Send(Bytes(frame.begin(), frame.begin() + 20));
+    Send(Bytes(frame.begin() + 20, frame.end()));
+    ExpectTimeIsAnswered();
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, ASkippedRestThatLooksLikeAHeadHoldsUpNoLaterFrame) {
+    EXPECT_EQ(Send(Header(1000, 25, 1)), std::vector<Bytes>{kWrongGid});
+    Bytes rest(1004, 0x55);
+    const Bytes head = Header(0x8000, 16, 1); // of a frame that would be long
+    std::copy(head.begin(), head.end(), rest.begin());
+    EXPECT_EQ(Send(rest), std::vector<Bytes>{});
+    ExpectTimeIsAnswered();
+    ExpectTimeIsAnswered();
+}
+
+TEST_F(VciServiceGroupTest, BytesThatArriveWhileAFrameIsTreatedCountAsArrived) {
+    const Bytes frame = Frame({16, 2, 1, 2, 3, 4, 5, 6, 7, 8});
+    usb.HostWrite(Bytes(frame.begin(), frame.begin() + 8));
+    // The service's reading of the time is the moment at which the rest comes in.
+    board.Registers(0x81000000).afterRead = [&](uint32_t) {
+        board.Registers(0x81000000).afterRead = nullptr;
+        usb.HostWrite(Bytes(frame.begin() + 8, frame.end()));
+    };
+    EXPECT_EQ(Event().size(), 1U); // on the head alone
+    EXPECT_EQ(Event().size(), 1U); // and on the whole
+    EXPECT_EQ(ReadOut(), 24U);
+    EXPECT_FALSE(holder->WaitsForBytes());
+}
+
+TEST_F(VciServiceGroupTest, AfterALengthThatMovesFarBackUnknownGroupsAreAnsweredToo) {
+    EXPECT_EQ(Send(Header(0x80000000, 16, 1)), std::vector<Bytes>{kErrorLength});
+    EXPECT_EQ(Send(Frame({25, 1})), std::vector<Bytes>{kWrongGid});
+    ExpectTimeIsAnswered();
 }
 
 TEST_F(VciServiceGroupTest, AnErrorConditionOnAnEmptyRingCostsNoLaterFrame) {

@@ -14,7 +14,6 @@ class OpenService : public VciService {
 
     using VciService::gid_;
     using VciService::kReqMsgSize;
-    using VciService::kServiceOffset;
     using VciService::pReqSrv;
     using VciService::pRespSrv;
     using VciService::reqMsgData;
@@ -139,6 +138,20 @@ TEST_F(VciServiceTest, TheTimeResponseIsTenBytesWithTheDeviceTime) {
     service->UsbTimeResponse();
     EXPECT_EQ(Answer(),
               (Bytes{0, 10, 0, 0, 0, 16, 1, 0, 0, 0, 0, 10, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(VciServiceTest, AResponseIntoAFullRingIsDropped) {
+    usb.Set(MemoryUsb::kWriteIn, 0x1000000);
+    service->UsbPositiveResponse(2);
+    service->UsbNegtiveResponse(WRONG_SID);
+    EXPECT_EQ(usb.Get(MemoryUsb::kWriteIn), 0x1000000U);
+    EXPECT_EQ(usb.Get(MemoryUsb::kLengthIn), 0U);
+    EXPECT_EQ(usb.doorbells, 0);
+}
+
+TEST_F(VciServiceTest, AResponseLongerThanTheBufferEndsWithTheBuffer) {
+    service->UsbPositiveResponse(4000);
+    EXPECT_EQ(Answer().size(), 2048U);
 }
 
 TEST_F(VciServiceTest, AnUploadIsAFrameOfItsOwn) {

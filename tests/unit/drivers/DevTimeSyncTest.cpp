@@ -31,7 +31,7 @@ class DevTimeSyncTest : public testing::Test {
     std::unique_ptr<DevTimeSync> sync;
 };
 
-TEST_F(DevTimeSyncTest, ConstructionSetsTheTwoTransceiverLinesAndNoRegister) {
+TEST_F(DevTimeSyncTest, ConstructionSetsTheTwoBoardLinesAndNoRegister) {
     EXPECT_EQ(gpio.writes, (Writes{{27, 1}, {31, 0}}));
     EXPECT_TRUE(regs.writes.empty());
 }

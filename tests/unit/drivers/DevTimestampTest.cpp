@@ -26,6 +26,12 @@ TEST_F(DevTimestampTest, CountsTenNanosecondsATick) {
     EXPECT_EQ(Drivers::DevTimestamp().GetTimestamp(), 42949672960U);
 }
 
+TEST_F(DevTimestampTest, ReadsTheLowWordFirstAndDoesNotMindACarryBehindIt) {
+    board.SetCounter(0xFFFFFFFF);
+    board.Registers(0x81000000).afterRead = [this](uint32_t) { board.SetCounter(0x100000000); };
+    EXPECT_EQ(Drivers::DevTimestamp().GetTimestamp(), 0x1FFFFFFFF * 10);
+}
+
 TEST_F(DevTimestampTest, WritesEightBytesLeastSignificantFirst) {
     board.SetCounter(0x00123456789ABCDE / 2);
     uint8_t bytes[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0xEE};

@@ -158,32 +158,38 @@ TEST_F(DevSyncServiceTest, ADropLightsRedAndIsUploaded) {
     EXPECT_TRUE(regs.writes.empty()); // the lamp alone
 }
 
-// Runs the loop until the timer behind a drop has fired. What it printed.
+// Runs the loop until the timer behind a drop has fired, and longer.
 class DevSyncTimerTest : public DevSyncServiceTest {
   protected:
-    std::string RunUntilTimeout() {
+    void RunUntilTimeout() {
         testing::internal::CaptureStdout();
         service.SyncUploadErrorCb();
         Answers();
-        // The timer is the only thing that prints in this loop, and it is due after a second.
-        loop.runAfter(1.2, [this] { loop.quit(); });
+        loop.runAfter(0.8, [this] { lampsAfter800ms = gpio.writes.size(); });
+        // The timer is the only thing that prints in this loop. It is due after a second, once.
+        loop.runAfter(2.3, [this] { loop.quit(); });
         loop.loop();
-        return testing::internal::GetCapturedStdout();
+        const std::string printed = testing::internal::GetCapturedStdout();
+        const std::string text = "DevSyncService::SyncUploadErrorCb timeout\n";
+        EXPECT_NE(printed.find(text), std::string::npos);
+        EXPECT_EQ(printed.find(text), printed.rfind(text));
     }
+
+    size_t lampsAfter800ms = 0;
 };
 
 TEST_F(DevSyncTimerTest, ASecondAfterADropTheStateGoesDownAndTheLampOut) {
     Ask({16, 4, 1, 1});
     Forget();
-    EXPECT_NE(RunUntilTimeout().find("DevSyncService::SyncUploadErrorCb timeout\n"),
-              std::string::npos);
+    RunUntilTimeout();
+    EXPECT_EQ(lampsAfter800ms, 2U);
     EXPECT_EQ(regs.Word(12), 0U);
     EXPECT_EQ(gpio.writes, (Writes{{kGreen, 1}, {kRed, 0}, {kRed, 1}, {kGreen, 1}}));
 }
 
 TEST_F(DevSyncTimerTest, WithSyncDownAlreadyTheRedLampStaysOn) {
-    EXPECT_NE(RunUntilTimeout().find("DevSyncService::SyncUploadErrorCb timeout\n"),
-              std::string::npos);
+    RunUntilTimeout();
+    EXPECT_EQ(lampsAfter800ms, 2U);
     EXPECT_TRUE(regs.writes.empty());
     EXPECT_EQ(gpio.writes, (Writes{{kGreen, 1}, {kRed, 0}}));
 }
