@@ -121,9 +121,9 @@ void Clock(benchmark::State& state) {
 
 void Ours(benchmark::State& state) {
     Measure(state, [](int number) {
-        LOG_INFO << "channel " << number << " state "
-                 << "error active"
-                 << " load " << 12.5;
+        VCI_LOG_INFO << "channel " << number << " state "
+                     << "error active"
+                     << " load " << 12.5;
     });
 }
 

@@ -4,11 +4,11 @@
 //   post          there and back between two loops on two threads
 //   timer_add     timers added, from none up to `size`, with deadlines in pseudo-random order
 //   timer_cancel  timers cancelled, from `size` down to none, in pseudo-random order
-//   timer_fire    `size` timers fired, all due at the same poll
+//   timer_fire    `size` timers fired, all due: from before the poll until the last callback
 // The peers get their handles beforehand and only start and stop them; ours are made in the call.
 
 #include "loop/AsioLoop.h"
-#include "loop/EventLoop.h"
+#include "loop/LibeventLoop.h"
 #include "loop/UvLoop.h"
 #include "loop/ZephLoop.h"
 

@@ -51,7 +51,11 @@ class Dispatch {
 
 class Post {
   public:
-    Post() : thread_([this] { there_.run(); }) {}
+    Post() : thread_([this] { there_.run(); }) {
+        // Without a descriptor to watch it would wait for posts alone, and not be a reactor.
+        hereNever_.async_wait(asio::posix::stream_descriptor::wait_read, [](asio::error_code) {});
+        thereNever_.async_wait(asio::posix::stream_descriptor::wait_read, [](asio::error_code) {});
+    }
     ~Post() {
         there_.stop();
         thread_.join();
@@ -79,6 +83,8 @@ class Post {
     asio::io_context there_{kOneThread};
     asio::executor_work_guard<asio::io_context::executor_type> hereWork_{here_.get_executor()};
     asio::executor_work_guard<asio::io_context::executor_type> thereWork_{there_.get_executor()};
+    asio::posix::stream_descriptor hereNever_{here_, eventfd(0, EFD_CLOEXEC)};
+    asio::posix::stream_descriptor thereNever_{there_, eventfd(0, EFD_CLOEXEC)};
     int left_ = 0;
     std::thread thread_;
 };
@@ -95,7 +101,7 @@ class Timers {
         timers_[i].expires_at(start_ + deadline);
         timers_[i].async_wait([this](const asio::error_code& error) {
             if (!error) {
-                ++fired_;
+                Fired();
             }
         });
     }
@@ -112,14 +118,21 @@ class Timers {
         while (fired_ < timers_.size()) {
             io_.poll();
         }
-        return Seconds(Clock::now() - begin).count();
+        return Seconds(end_ - begin).count();
     }
 
   private:
+    void Fired() {
+        if (++fired_ == timers_.size()) {
+            end_ = Clock::now();
+        }
+    }
+
     asio::io_context io_{kOneThread};
     std::vector<asio::steady_timer> timers_;
     Clock::time_point start_;
     size_t fired_ = 0;
+    Clock::time_point end_;
 };
 
 } // namespace asio_loop

@@ -102,7 +102,7 @@ class Timers {
     void Add(size_t i, Micros deadline) {
         const auto timeout = static_cast<uint64_t>(deadline.count() / kUvTick.count() + 1);
         uv_timer_start(
-            &timers_[i], [](uv_timer_t* timer) { ++static_cast<Timers*>(timer->data)->fired_; },
+            &timers_[i], [](uv_timer_t* timer) { static_cast<Timers*>(timer->data)->Fired(); },
             timeout, 0);
     }
     void Cancel(size_t i) { uv_timer_stop(&timers_[i]); }
@@ -114,13 +114,20 @@ class Timers {
         while (fired_ < timers_.size()) {
             uv_run(&loop_, UV_RUN_NOWAIT);
         }
-        return Seconds(Clock::now() - begin).count();
+        return Seconds(end_ - begin).count();
     }
 
   private:
+    void Fired() {
+        if (++fired_ == timers_.size()) {
+            end_ = Clock::now();
+        }
+    }
+
     uv_loop_t loop_;
     std::vector<uv_timer_t> timers_;
     size_t fired_ = 0;
+    Clock::time_point end_;
 };
 
 } // namespace uv

@@ -3,12 +3,19 @@
 #include "base/ZephChannel.h"
 
 #include <cerrno>
+#include <cstdint>
+
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr size_t kInitEventListSize = 16; // doubled whenever a poll fills it
 
-constexpr int64_t kBusyGapUs = 10; // polls that return closer together than this are a busy loop's
+constexpr ZephChannel* kBound = nullptr; // in place of a channel, marks what bounds the wait
+
+constexpr int kMsPerSecond = 1000;
+constexpr int64_t kNsPerMs = 1'000'000;
 
 // What ZephChannel::index() says.
 constexpr int kNew = -1;    // not entered
@@ -24,8 +31,6 @@ ZephTimestamp ZephEpollPoller::poll(int timeoutMs, ChannelList* activeChannels) 
     const int numEvents = wait(timeoutMs);
     const int savedErrno = errno;
     const ZephTimestamp now = ZephTimestamp::now();
-    busy_ = now.microSecondsSinceEpoch() - lastReturn_.microSecondsSinceEpoch() < kBusyGapUs;
-    lastReturn_ = now;
     if (numEvents > 0) {
         fillActiveChannels(numEvents, activeChannels);
         if (static_cast<size_t>(numEvents) == events_.size()) {
@@ -38,16 +43,32 @@ ZephTimestamp ZephEpollPoller::poll(int timeoutMs, ChannelList* activeChannels) 
 }
 
 int ZephEpollPoller::wait(int timeoutMs) {
-    const auto size = static_cast<int>(events_.size());
-    // A bounded wait makes the kernel work out its end first, whether anything is ready or not.
-    // That is a fifth of the whole call, which a busy loop spares by asking without a wait.
-    if (busy_) {
-        const int numEvents = epoll_wait(epollfd_.get(), events_.data(), size, 0);
-        if (numEvents != 0) {
-            return numEvents;
-        }
+    if (timeoutMs > 0 && timeoutMs != boundMs_) {
+        setBound(timeoutMs);
     }
-    return epoll_wait(epollfd_.get(), events_.data(), size, timeoutMs);
+    const bool bounded = timeoutMs > 0 && bound_;
+    return epoll_wait(epollfd_.get(), events_.data(), static_cast<int>(events_.size()),
+                      bounded ? -1 : timeoutMs);
+}
+
+void ZephEpollPoller::setBound(int timeoutMs) {
+    boundMs_ = timeoutMs;
+    bound_.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+    const timespec period{.tv_sec = timeoutMs / kMsPerSecond,
+                          .tv_nsec = timeoutMs % kMsPerSecond * kNsPerMs};
+    const itimerspec value{.it_interval = period, .it_value = period};
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.ptr = kBound;
+    if (timerfd_settime(bound_.get(), 0, &value, nullptr) != 0 ||
+        epoll_ctl(epollfd_.get(), EPOLL_CTL_ADD, bound_.get(), &event) != 0) {
+        bound_.reset(); // short of descriptors: the wait itself will be bounded
+    }
+}
+
+void ZephEpollPoller::clearBound() const {
+    uint64_t expirations = 0;
+    static_cast<void>(!read(bound_.get(), &expirations, sizeof(expirations)));
 }
 
 void ZephEpollPoller::updateChannel(ZephChannel* channel) {
@@ -80,6 +101,10 @@ void ZephEpollPoller::fillActiveChannels(int numEvents, ChannelList* activeChann
     for (int i = 0; i < numEvents; ++i) {
         const epoll_event& event = events_[static_cast<size_t>(i)];
         auto* channel = static_cast<ZephChannel*>(event.data.ptr);
+        if (channel == kBound) {
+            clearBound();
+            continue;
+        }
         channel->set_revents(static_cast<int>(event.events));
         activeChannels->push_back(channel);
     }

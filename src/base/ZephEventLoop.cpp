@@ -35,7 +35,7 @@ std::unique_ptr<ZephPoller> RequirePoller(std::unique_ptr<ZephPoller> poller) {
 UniqueFd CreateEventfd() {
     UniqueFd fd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
     if (!fd) {
-        std::perror("ZephEventLoop: no eventfd to wake the loop with");
+        std::perror("ZephEventLoop: no eventfd to wake the loop with; allow more open descriptors");
         abort();
     }
     return fd;
@@ -80,7 +80,8 @@ void ZephEventLoop::loop() {
     while (!quit_) {
         activeChannels_.clear();
         timerQueue_->arm();
-        pollRetureTime_ = poller_->poll(kPollTimeMs, &activeChannels_);
+        pollRetureTime_ = poller_->poll(beginWait(), &activeChannels_);
+        waiting_.store(false, std::memory_order_relaxed);
         ++iteration_;
         handleActiveChannels();
         doPendingFunctors();
@@ -107,11 +108,12 @@ void ZephEventLoop::queueInLoop(Functor cb) {
     {
         const std::lock_guard lock(mutex_);
         pendingFunctors_.push_back(std::move(cb));
-        hasPending_.store(true, std::memory_order_relaxed);
+        hasPending_ = true;
     }
     // While functors are being run, the batch is closed: without a wake-up this one would wait for
-    // the next event.
-    if (!isInLoopThread() || callingPendingFunctors_) {
+    // the next event. From other threads a loop is woken only if it waits: one that works looks for
+    // functors before it does.
+    if (isInLoopThread() ? callingPendingFunctors_ : waiting_) {
         wakeup();
     }
 }
@@ -128,7 +130,7 @@ ZephTimerId ZephEventLoop::runEvery(double interval, std::function<void()> cb) {
     return timerQueue_->addTimer(std::move(cb), addTime(ZephTimestamp::now(), interval), interval);
 }
 
-void ZephEventLoop::cancel(ZephTimerId timerId) {
+void ZephEventLoop::cancel(const ZephTimerId& timerId) {
     timerQueue_->cancel(timerId);
 }
 
@@ -157,6 +159,14 @@ ZephEventLoop* ZephEventLoop::getEventLoopOfCurrentThread() {
     return t_loopInThisThread;
 }
 
+// Announces the wait and returns for how long it may be: not at all if there are functors. This
+// writes and then reads what queueInLoop reads after writing, all of it in one order that every
+// thread sees: a functor that is not noticed here has noticed the wait, and wakes it.
+int ZephEventLoop::beginWait() {
+    waiting_ = true;
+    return hasPending_ ? 0 : kPollTimeMs;
+}
+
 void ZephEventLoop::handleRead() {
     uint64_t count = 0;
     // An empty counter means that an earlier read took this wake-up too.
@@ -165,10 +175,11 @@ void ZephEventLoop::handleRead() {
 
 void ZephEventLoop::handleActiveChannels() {
     eventHandling_.store(true, std::memory_order_relaxed);
-    for (ZephChannel* channel : activeChannels_) {
-        currentActiveChannel_ = channel;
-        if (channel != nullptr) {
-            channel->handleEvent(pollRetureTime_);
+    // By index: a callback that runs the loop itself replaces the list under this one.
+    for (size_t i = 0; i < activeChannels_.size(); ++i) {
+        currentActiveChannel_ = activeChannels_[i];
+        if (currentActiveChannel_ != nullptr) {
+            currentActiveChannel_->handleEvent(pollRetureTime_);
         }
     }
     currentActiveChannel_ = nullptr;
@@ -176,7 +187,7 @@ void ZephEventLoop::handleActiveChannels() {
 }
 
 void ZephEventLoop::doPendingFunctors() {
-    // One that is queued right now is not missed: its wake-up comes after this note of it.
+    // Spares an idle loop the lock. One that is queued right now is noticed before the next wait.
     if (!hasPending_.load(std::memory_order_relaxed)) {
         return;
     }

@@ -60,7 +60,7 @@ class ZephEventLoop {
     ZephTimerId runAfter(double delay, std::function<void()> cb);
     ZephTimerId runEvery(double interval, std::function<void()> cb);
     // A timer that is spent or unknown is no error.
-    void cancel(ZephTimerId timerId);
+    void cancel(const ZephTimerId& timerId);
 
     // Makes a poll that waits return.
     void wakeup();
@@ -77,11 +77,12 @@ class ZephEventLoop {
   private:
     using ZephChannelList = ZephPoller::ChannelList;
 
+    int beginWait();
     void handleRead();
     void handleActiveChannels();
     void doPendingFunctors();
 
-    // Atomic since any thread asks quit_ and callingPendingFunctors_.
+    // Atomic since other threads ask them, or set quit_.
     std::atomic<bool> looping_{false};
     std::atomic<bool> quit_{false};
     std::atomic<bool> eventHandling_{false};
@@ -96,7 +97,8 @@ class ZephEventLoop {
     ZephChannelList activeChannels_; // null where a channel was removed before its turn
     ZephChannel* currentActiveChannel_ = nullptr;
     std::vector<Functor> pendingFunctors_; // under mutex_
-    std::atomic<bool> hasPending_{false};  // written under mutex_; spares an idle loop the lock
+    std::atomic<bool> hasPending_{false};  // there are pending functors; written under mutex_
+    std::atomic<bool> waiting_{false};     // in the poll, or about to be: a functor has to wake it
     std::vector<Functor> spareFunctors_;   // empty; its memory is used for the next batch
     std::mutex mutex_;
 };

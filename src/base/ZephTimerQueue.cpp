@@ -37,12 +37,6 @@ void resetTimerfd(int fd, ZephTimestamp when) {
     timerfd_settime(fd, 0, &value, nullptr);
 }
 
-void readTimerfd(int fd) {
-    uint64_t expirations = 0;
-    // How often it has fired says nothing: the clock says which timers are due.
-    static_cast<void>(!read(fd, &expirations, sizeof(expirations)));
-}
-
 } // namespace
 
 ZephTimerQueue::ZephTimerQueue(ZephEventLoop* loop)
@@ -67,44 +61,42 @@ ZephTimerId ZephTimerQueue::addTimer(std::function<void()>&& cb, ZephTimestamp w
     const Maker maker = loop_->isInLoopThread() ? Maker::kOwnThread : Maker::kOtherThread;
     const Slot slot = pool_.acquire(maker, std::move(cb), when, interval, sequence);
     if (maker == Maker::kOwnThread) {
-        addTimerInLoop(slot, sequence);
+        addTimerInLoop(slot, sequence, when);
     } else {
-        loop_->queueInLoop([this, slot, sequence] { addTimerInLoop(slot, sequence); });
+        loop_->queueInLoop([this, slot, sequence, when] { addTimerInLoop(slot, sequence, when); });
     }
     return {pool_.at(slot), sequence, this, slot};
 }
 
-void ZephTimerQueue::cancel(ZephTimerId timerId) {
+void ZephTimerQueue::cancel(const ZephTimerId& timerId) {
     if (loop_->isInLoopThread()) {
         cancelInLoop(timerId);
     } else {
-        loop_->queueInLoop([this, timerId] { cancelInLoop(timerId); });
+        loop_->queueInLoop([this, timerId] { cancel(timerId); });
     }
 }
 
-void ZephTimerQueue::resetCallback(ZephTimerId timerId, std::function<void()> cb) {
+void ZephTimerQueue::resetCallback(const ZephTimerId& timerId, std::function<void()> cb) {
     loop_->runInLoop([this, timerId, cb = std::move(cb)]() mutable {
         resetCallbackInLoop(timerId, std::move(cb));
     });
 }
 
-void ZephTimerQueue::setInterval(ZephTimerId timerId, double interval) {
+void ZephTimerQueue::setInterval(const ZephTimerId& timerId, double interval) {
     loop_->runInLoop([this, timerId, interval] { setIntervalInLoop(timerId, interval); });
 }
 
-void ZephTimerQueue::arm() {
-    // A first timer that was cancelled leaves the descriptor armed too early: that wake-up finds
-    // nothing due, which costs less than arming anew at each cancel.
-    if (timers_.empty() || timers_.firstExpiration().microSecondsSinceEpoch() >= armedFor_) {
-        return;
-    }
+void ZephTimerQueue::armForFirst() {
     armedFor_ = timers_.firstExpiration().microSecondsSinceEpoch();
     resetTimerfd(timerfd_.get(), timers_.firstExpiration());
+    fired_ = false; // arming takes the place of reading
 }
 
-void ZephTimerQueue::addTimerInLoop(Slot slot, int64_t sequence) {
-    timers_.insert(pool_.at(slot)->GetExpiration(), slot);
-    activeTimers_.insert(slot, sequence);
+void ZephTimerQueue::readTimerfd() {
+    uint64_t expirations = 0;
+    // How often it has fired says nothing: the clock says which timers are due.
+    static_cast<void>(!read(timerfd_.get(), &expirations, sizeof(expirations)));
+    fired_ = false;
 }
 
 void ZephTimerQueue::cancelInLoop(const ZephTimerId& timerId) {
@@ -149,7 +141,7 @@ ZephTimer* ZephTimerQueue::findTimer(const ZephTimerId& timerId) const {
 
 void ZephTimerQueue::handleRead() {
     const ZephTimestamp now = ZephTimestamp::now();
-    readTimerfd(timerfd_.get());
+    fired_ = true;
     armedFor_ = kNotArmed;
     std::vector<Slot> expired = std::move(spareExpired_);
     getExpired(now, expired);
@@ -191,7 +183,7 @@ void ZephTimerQueue::reset(const std::vector<Slot>& expired, ZephTimestamp now) 
         ZephTimer* timer = pool_.at(slot);
         if (timer->Repeat() && activeTimers_.at(slot) == State::kExpired) {
             timer->restart(now);
-            addTimerInLoop(slot, timer->GetSequence());
+            addTimerInLoop(slot, timer->GetSequence(), timer->GetExpiration());
         } else {
             activeTimers_.set(slot, State::kAbsent);
             pool_.release(slot);

@@ -32,15 +32,25 @@ class ZephTimerQueue {
 
     // A timer that is running is not started again; one that is due in the same run still runs in
     // it. An id that is spent, of another queue, or of no timer, is ignored.
-    void cancel(ZephTimerId timerId);
+    void cancel(const ZephTimerId& timerId);
 
     // See ZephTimerId.
-    void resetCallback(ZephTimerId timerId, std::function<void()> cb);
-    void setInterval(ZephTimerId timerId, double interval);
+    void resetCallback(const ZephTimerId& timerId, std::function<void()> cb);
+    void setInterval(const ZephTimerId& timerId, double interval);
 
     // Arms the descriptor for a first timer that came since. The loop calls this before it waits,
     // so that any number of timers added in one iteration costs one system call, or none.
-    void arm();
+    void arm() {
+        // A first timer that was cancelled leaves the descriptor armed too early: that wake-up
+        // finds nothing due, which costs less than arming anew at each cancel.
+        const bool isFirst =
+            !timers_.empty() && timers_.firstExpiration().microSecondsSinceEpoch() < armedFor_;
+        if (isFirst) {
+            armForFirst();
+        } else if (fired_) {
+            readTimerfd();
+        }
+    }
 
     // Releases what the timers' callbacks hold. For the end of the loop, while both still stand.
     void dropCallbacks() { pool_.dropCallbacks(); }
@@ -48,7 +58,12 @@ class ZephTimerQueue {
   private:
     using Slot = ZephTimerPool::Slot;
 
-    void addTimerInLoop(Slot slot, int64_t sequence);
+    void armForFirst();
+    void readTimerfd();
+    void addTimerInLoop(Slot slot, int64_t sequence, ZephTimestamp expiration) {
+        timers_.insert(expiration, slot);
+        activeTimers_.insert(slot, sequence);
+    }
     void cancelInLoop(const ZephTimerId& timerId);
     void resetCallbackInLoop(const ZephTimerId& timerId, std::function<void()> cb);
     void setIntervalInLoop(const ZephTimerId& timerId, double interval);
@@ -69,6 +84,7 @@ class ZephTimerQueue {
     ZephTimer* runningTimer_ = nullptr;
     std::function<void()> nextCallback_; // of runningTimer_, for when it has returned
     bool hasNextCallback_ = false;
+    bool fired_ = false;             // the descriptor is readable until it is armed anew or read
     int64_t armedFor_;               // microseconds since the epoch; kNotArmed when it has fired
     std::vector<Slot> spareExpired_; // empty; its memory is used for the next run
     std::shared_ptr<IdGenerator> idGenerator_;

@@ -1,6 +1,7 @@
 #include "utils/CommandUtil.h"
 
 #include "utils/Console.h"
+#include "utils/DelLinkRequest.h"
 #include "utils/ShellCommand.h"
 #include "utils/UniqueFd.h"
 
@@ -35,13 +36,37 @@ namespace {
 
 constexpr auto kListNetns = "ip netns list";
 
-// A daemon that runs as root must not hand metacharacters, blanks or options on to a shell.
-bool IsShellSafe(const std::string& name) {
-    const auto isLegal = [](char c) {
+// False for what can be the name of no interface and no namespace: an empty text, one that a
+// command would take for an option, and one with a "/", a blank or a control character.
+bool CanBeName(const std::string& name) {
+    const auto isForbidden = [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        constexpr unsigned char kDelete = 0x7f;
+        return c == '/' || byte <= ' ' || byte == kDelete;
+    };
+    return !name.empty() && name.front() != '-' &&
+           std::none_of(name.begin(), name.end(), isForbidden);
+}
+
+// `name` as one word of a shell command. A daemon that runs as root must not let a name end one
+// command and begin another.
+std::string ShellWord(const std::string& name) {
+    const auto isPlain = [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
                std::string_view("_.:@-").find(c) != std::string_view::npos;
     };
-    return !name.empty() && name.front() != '-' && std::all_of(name.begin(), name.end(), isLegal);
+    if (std::all_of(name.begin(), name.end(), isPlain)) {
+        return name;
+    }
+    std::string word = "'";
+    for (const char c : name) {
+        if (c == '\'') {
+            word += R"('\'')"; // ends the quotes, adds a quote of its own, begins them again
+        } else {
+            word += c;
+        }
+    }
+    return word + "'";
 }
 
 // The whole of `text` as a decimal number.
@@ -75,34 +100,7 @@ void OpenEmpty(const std::string& path) {
     const UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
 }
 
-constexpr size_t kNetlinkBuffer = 4096; // bytes of a request, and of a reply
-constexpr size_t kLinkHeader = NLMSG_LENGTH(sizeof(ifinfomsg));
-static_assert(kLinkHeader == 32);
-static_assert(kLinkHeader + RTA_LENGTH(IF_NAMESIZE) <= kNetlinkBuffer);
-
-// Fills `request`, at least kNetlinkBuffer bytes, with the deletion of one interface. `name` names
-// an interface that exists, and so has at most 15 bytes.
-size_t FillDelLink(uint8_t* request, const std::string& name, unsigned index, uint32_t sequence) {
-    const auto attributeLength = static_cast<uint16_t>(RTA_LENGTH(name.size() + 1));
-
-    nlmsghdr header{};
-    header.nlmsg_len = static_cast<uint32_t>(kLinkHeader + RTA_ALIGN(attributeLength));
-    header.nlmsg_type = RTM_DELLINK;
-    header.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
-    header.nlmsg_seq = sequence;
-    header.nlmsg_pid = static_cast<uint32_t>(getpid());
-    ifinfomsg link{};
-    link.ifi_index = static_cast<int>(index);
-    rtattr attribute{};
-    attribute.rta_len = attributeLength;
-    attribute.rta_type = IFLA_IFNAME;
-
-    std::memcpy(request, &header, sizeof(header));
-    std::memcpy(request + NLMSG_HDRLEN, &link, sizeof(link));
-    std::memcpy(request + kLinkHeader, &attribute, sizeof(attribute));
-    std::memcpy(request + kLinkHeader + RTA_LENGTH(0), name.c_str(), name.size() + 1);
-    return header.nlmsg_len;
-}
+constexpr size_t kReplySize = 4096; // bytes of what the kernel answers, at most
 
 // The result of a system call, which is made again when a signal came between.
 template <typename Call> ssize_t Retry(Call call) {
@@ -202,12 +200,13 @@ std::vector<std::string> CommandUtil::GetIfaces() {
 }
 
 void CommandUtil::DelIface(const std::string& name) {
-    if (!IsShellSafe(name)) {
+    if (!CanBeName(name)) {
         return;
     }
-    if (system(("ip link delete " + name).c_str()) != 0) {
+    const std::string word = ShellWord(name);
+    if (system(("ip link delete " + word).c_str()) != 0) {
         const int ignored =
-            system(("ifconfig " + name + " down && ifconfig " + name + " del").c_str());
+            system(("ifconfig " + word + " down && ifconfig " + word + " del").c_str());
         static_cast<void>(ignored);
     }
 }
@@ -224,7 +223,7 @@ void CommandUtil::DelIfaces(const std::vector<std::string>& names) {
         perror("Failed to open a netlink socket");
         return;
     }
-    uint8_t request[kNetlinkBuffer] = {};
+    DelLinkRequest request(static_cast<uint32_t>(getpid()));
     for (size_t i = 0; i < names.size(); ++i) {
         const std::string name = names[i].substr(0, names[i].find('\0')); // what the kernel sees
         const unsigned index = if_nametoindex(name.c_str());
@@ -232,15 +231,15 @@ void CommandUtil::DelIfaces(const std::vector<std::string>& names) {
             std::cerr << "Interface '" << name << "' not found: " << strerror(errno) << std::endl;
             continue;
         }
-        const size_t length = FillDelLink(request, name, index, static_cast<uint32_t>(i + 1));
-        if (Retry([&] { return send(netlink.get(), request, length, 0); }) < 0) {
+        const auto message = request.Fill(name, index, static_cast<uint32_t>(i + 1));
+        if (Retry([&] { return send(netlink.get(), message.data(), message.size(), 0); }) < 0) {
             perror(("Failed to send DEL request for " + name).c_str());
             continue;
         }
         struct {
             nlmsghdr header;
             nlmsgerr error;
-            uint8_t rest[kNetlinkBuffer - sizeof(nlmsghdr) - sizeof(nlmsgerr)];
+            uint8_t rest[kReplySize - sizeof(nlmsghdr) - sizeof(nlmsgerr)];
         } reply{};
         if (Retry([&] { return recv(netlink.get(), &reply, sizeof(reply), 0); }) < 0) {
             perror(("Failed to receive ACK for " + name).c_str());
@@ -321,11 +320,10 @@ std::vector<std::string> CommandUtil::ListNetns() {
 
 void CommandUtil::DelNetns(const std::string& name) {
     const std::string failure = "Failed to delete netns '" + name + "': ";
-    if (!IsShellSafe(name)) {
-        throw std::runtime_error(failure +
-                                 "the name is not a word of letters, digits and \"_.:@-\"");
+    if (!CanBeName(name)) {
+        throw std::runtime_error(failure + "no namespace can have this name");
     }
-    ShellCommand command("ip netns del " + name + " 2>&1");
+    ShellCommand command("ip netns del " + ShellWord(name) + " 2>&1");
     if (!command) {
         throw std::runtime_error("popen() failed!");
     }

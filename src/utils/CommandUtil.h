@@ -9,9 +9,10 @@
 // Processes, files, network interfaces and network namespaces. Holds no state: safe from any
 // thread. Everything here blocks; what runs a command stalls the caller for as long as it runs.
 //
-// Names of interfaces and namespaces become words of shell commands, which run as root. A name is
-// taken only when it consists of letters, digits and "_.:@-" and does not begin with "-"; any other
-// is treated as one that does not exist.
+// Names of interfaces and namespaces become words of shell commands, which run as root. Each is one
+// word for the shell, whatever characters it has: a name with other characters than letters, digits
+// and "_.:@-" goes between quotes. No command is run for a name that nothing can have, which is one
+// that is empty, begins with "-" or has a "/", a blank or a control character: deleting it fails.
 class CommandUtil {
   public:
     static std::shared_ptr<CommandUtil> GetInstance();
@@ -41,9 +42,12 @@ class CommandUtil {
     // The names of all interfaces of this namespace but loopback, in the kernel's order.
     std::vector<std::string> GetIfaces();
 
-    // Delete one interface through the shell, or several through netlink. Failures are printed and
-    // do not keep the others.
+    // Deletes an interface with the command `ip` or, when that fails, `ifconfig`. That neither
+    // could delete it is told only by what they print.
     void DelIface(const std::string& name);
+
+    // Deletes interfaces through netlink. Failures are printed to standard error and do not keep
+    // the others; without a socket none is deleted.
     void DelIfaces(const std::vector<std::string>& names);
 
     // Deletes every named network namespace. Throws std::runtime_error at the first that cannot be

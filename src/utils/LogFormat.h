@@ -6,9 +6,11 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <ratio>
 #include <string_view>
 
-// Numbers and times as the text of log lines. Pure functions, safe from any thread.
+// Numbers and times as the text of log lines. Safe from any thread. Numbers depend on nothing but
+// their arguments; times depend on the time zone, too, of which each thread remembers what it read.
 namespace limlog {
 
 inline constexpr size_t kMaxDigits = 20; // of 2^64 - 1
@@ -88,7 +90,7 @@ class Time {
         const auto second = floor<seconds>(point_);
         const auto nanos = static_cast<uint64_t>((point_ - second).count());
         char* at = to;
-        at += formatSecond(system_clock::to_time_t(second), at);
+        at += formatSecond(second, at);
         if (nanos != 0) {
             *at++ = '.';
             at += formatUIntWidth(nanos, at, 3);
@@ -100,51 +102,71 @@ class Time {
   private:
     static constexpr size_t kSecondLength = 19; // "2025-10-23T08:15:30"
 
-    // What a thread remembers: the text of the second at hand, since breaking time down is dear,
-    // and the offset from UTC, which is read once and so does not follow summer time.
+    // Time zones change their offset at whole quarters of an hour.
+    using Quarters = std::chrono::duration<int64_t, std::ratio<15 * 60>>;
+    static constexpr auto kNever = std::chrono::sys_seconds::min();
+
+    // What a thread remembers. Offsets are seconds east of UTC.
     struct Cache {
-        bool filled = false;
-        time_t second = 0;
+        std::chrono::sys_seconds second = kNever; // the one whose text it is
         char text[kSecondLength] = {};
+        std::chrono::sys_seconds quarter = kNever; // the start of the one whose offset it is
+        long quarterOffset = 0;
         bool offsetKnown = false;
-        long offset = 0; // seconds east of UTC
+        long offset = 0; // the one that is shown: read once, and so it does not follow summer time
     };
     static Cache& cache() {
         static thread_local constinit Cache cache;
         return cache;
     }
 
-    static size_t formatSecond(time_t second, char* to) {
+    static size_t formatSecond(std::chrono::sys_seconds second, char* to) {
         Cache& known = cache();
-        if (!known.filled || known.second != second) {
+        if (known.second != second) {
             fill(known, second);
         }
         std::memcpy(to, known.text, kSecondLength);
         return kSecondLength;
     }
 
-    static void fill(Cache& known, time_t second) {
-        tm local{};
-        localtime_r(&second, &local);
+    static void fill(Cache& known, std::chrono::sys_seconds second) {
+        using namespace std::chrono;
+        const auto local = second + seconds(offsetAt(known, second));
+        const auto day = floor<days>(local);
+        const year_month_day date(day);
+        const hh_mm_ss time(local - day);
+        const auto number = [](auto value) { return static_cast<uint64_t>(value); };
+        char* at = known.text;
+        at += formatUIntWidth(number(static_cast<int>(date.year())), at, 4);
+        *at++ = '-';
+        at += formatUIntWidth(static_cast<unsigned>(date.month()), at, 2);
+        *at++ = '-';
+        at += formatUIntWidth(static_cast<unsigned>(date.day()), at, 2);
+        *at++ = 'T';
+        at += formatUIntWidth(number(time.hours().count()), at, 2);
+        *at++ = ':';
+        at += formatUIntWidth(number(time.minutes().count()), at, 2);
+        *at++ = ':';
+        formatUIntWidth(number(time.seconds().count()), at, 2);
+        known.second = second;
+    }
+
+    // The C library is asked once a quarter, since it takes a lock that all threads share.
+    static long offsetAt(Cache& known, std::chrono::sys_seconds second) {
+        using namespace std::chrono;
+        const auto quarter = floor<Quarters>(second);
+        if (known.quarter != quarter) {
+            const time_t start = system_clock::to_time_t(quarter);
+            tm local{};
+            localtime_r(&start, &local);
+            known.quarterOffset = local.tm_gmtoff;
+            known.quarter = quarter;
+        }
         if (!known.offsetKnown) {
-            known.offset = local.tm_gmtoff;
+            known.offset = known.quarterOffset;
             known.offsetKnown = true;
         }
-        const auto number = [](int value) { return static_cast<uint64_t>(value); };
-        char* at = known.text;
-        at += formatUIntWidth(number(local.tm_year + 1900), at, 4);
-        *at++ = '-';
-        at += formatUIntWidth(number(local.tm_mon + 1), at, 2);
-        *at++ = '-';
-        at += formatUIntWidth(number(local.tm_mday), at, 2);
-        *at++ = 'T';
-        at += formatUIntWidth(number(local.tm_hour), at, 2);
-        *at++ = ':';
-        at += formatUIntWidth(number(local.tm_min), at, 2);
-        *at++ = ':';
-        formatUIntWidth(number(local.tm_sec), at, 2);
-        known.second = second;
-        known.filled = true;
+        return known.quarterOffset;
     }
 
     static size_t formatOffset(char* to) {

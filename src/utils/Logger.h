@@ -1,6 +1,7 @@
 #pragma once
 
 #include "utils/LogFormat.h"
+#include "utils/StdoutWriter.h"
 
 #include <algorithm>
 #include <atomic>
@@ -15,18 +16,23 @@
 #include <string_view>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 // One line of text to the serial console for each log statement:
 //
-//   LOG_INFO << "channel " << channel << " is up";
+//   VCI_LOG_INFO << "channel " << channel << " is up";
 //   INFO 2025-10-23T08:15:30.123Z 1204 src/app/VciManage.cpp:88 channel 3 is up
 //
-// A statement below the level evaluates none of its arguments. Logging takes no lock and does not
-// allocate, except once in the life of a thread; it reports no error and leaves errno as it was.
+// A statement below the level evaluates none of its arguments. Logging reports no error and leaves
+// errno as it was. The first line of a thread takes a lock and allocates the thread's buffer. Later
+// lines do not allocate and take no lock of this logger's; one line of a thread in a quarter of an
+// hour asks the C library for the offset from UTC, for which the library takes a lock of its own.
+//
+// That is why the child of a fork may log only if its parent had one thread: in the child of
+// others, either lock may be held for ever by a thread that is not there. Between fork and exec of
+// a process with threads, no log statement is to be made.
 namespace limlog {
 
 enum class LogLevel : uint8_t {
@@ -47,29 +53,12 @@ inline pid_t gettid() {
     return id;
 }
 
-// The serial console.
-class StdoutWriter {
-  public:
-    // Writes to the console, which is opened at the first call; a console that is missing is tried
-    // again at the next. Returns what write() returns. Any thread.
-    static ssize_t mywrite(const char* data, size_t n) {
-        static std::atomic<int> fd{-1};
-        int console = fd.load(std::memory_order_acquire);
-        if (console < 1) {
-            // Without O_NOCTTY the console could become the terminal that hangs the daemon up.
-            const int opened = open("/dev/ttyPS0", O_RDWR | O_APPEND | O_CLOEXEC | O_NOCTTY);
-            if (fd.compare_exchange_strong(console, opened, std::memory_order_acq_rel)) {
-                console = opened;
-            } else if (opened >= 0) {
-                close(opened); // another thread was first, and `console` is its descriptor
-            }
-        }
-        return write(console, data, n);
-    }
-};
-
 // The text of the line that a thread is building. Behind each line the positions are back at 0, so
 // a line lies in one piece and goes out in one write. Bound to its owner's thread.
+//
+// Its names are those of a ring between a producer and a consumer, which here are one thread: text
+// is produced up to producePos_, and the output consumes the line from consumePos_ to
+// consumablePos_. Nothing blocks: what does not fit is cut.
 class BlockingBuffer {
   public:
     static constexpr uint32_t kSize = 1024 * 1024;
@@ -87,10 +76,11 @@ class BlockingBuffer {
     // Hands the last `count` bytes that were produced to `output` and takes them off. What lies
     // before them is the start of an outer line, when an argument of a log statement logs itself.
     void flush(size_t count, OutputFunc output) {
-        consumePos_ = producePos_ - static_cast<uint32_t>(count);
+        const uint32_t start = producePos_ - static_cast<uint32_t>(count);
+        consumePos_ = start;
         consumablePos_ = producePos_;
         output(storage_ + consumePos_, consumablePos_ - consumePos_);
-        producePos_ = consumePos_;
+        producePos_ = start; // consumePos_ is no longer that when the output has logged a line
         consumePos_ = 0;
         consumablePos_ = 0;
     }
@@ -199,7 +189,8 @@ inline bool isOn(LogLevel level) {
     return !LimLog<SyncLogger>::ended() && singleton()->getLogLevel() <= level;
 }
 
-// Where a log statement stands; empty when the line is 0. The texts are not owned.
+// Where a log statement stands; empty when the line is 0. The texts are not owned. A line shows the
+// file and the line number; the function is only carried.
 struct LogLoc {
     bool isEmpty() const { return line_ == 0; }
 
@@ -258,6 +249,8 @@ class LogLine {
         count_ += logger_->produce("\n", 1);
         logger_->flush(count_);
     }
+
+    const LogLoc& loc() const { return loc_; }
 
     void append(const char* data, size_t n) {
         if (logger_ == nullptr) {
@@ -327,19 +320,23 @@ struct Statement {
 
 } // namespace limlog
 
+// The place at which it stands.
+#define LIMLOG_HERE                                                                                \
+    limlog::LogLoc {                                                                               \
+        __FILE__, __func__, __LINE__                                                               \
+    }
+
 // Arguments follow the macro, inside the conditional: they are evaluated only when the line is
 // written. That is also why there are no parentheses around it.
 // NOLINTBEGIN(bugprone-macro-parentheses)
 #define LIMLOG_LINE(level)                                                                         \
-    !limlog::isOn(level)                                                                           \
-        ? static_cast<void>(0)                                                                     \
-        : limlog::Statement{} &                                                                    \
-              limlog::LogLine(level, limlog::LogLoc{__FILE__, __func__, __LINE__})
+    !limlog::isOn(level) ? static_cast<void>(0)                                                    \
+                         : limlog::Statement{} & limlog::LogLine(level, LIMLOG_HERE)
 // NOLINTEND(bugprone-macro-parentheses)
 
-#define LOG_TRACE LIMLOG_LINE(limlog::LogLevel::Trace)
-#define LOG_DEBUG LIMLOG_LINE(limlog::LogLevel::Debug)
-#define LOG_INFO LIMLOG_LINE(limlog::LogLevel::Info)
-#define LOG_WARN LIMLOG_LINE(limlog::LogLevel::Warn)
-#define LOG_ERROR LIMLOG_LINE(limlog::LogLevel::Error)
-#define LOG_FATAL LIMLOG_LINE(limlog::LogLevel::Fatal)
+#define VCI_LOG_TRACE LIMLOG_LINE(limlog::LogLevel::Trace)
+#define VCI_LOG_DEBUG LIMLOG_LINE(limlog::LogLevel::Debug)
+#define VCI_LOG_INFO LIMLOG_LINE(limlog::LogLevel::Info)
+#define VCI_LOG_WARN LIMLOG_LINE(limlog::LogLevel::Warn)
+#define VCI_LOG_ERROR LIMLOG_LINE(limlog::LogLevel::Error)
+#define VCI_LOG_FATAL LIMLOG_LINE(limlog::LogLevel::Fatal)

@@ -6,8 +6,9 @@
 #include <span>
 #include <type_traits>
 
-// The one way to read and write the fields of wire records: little-endian unless the name says
-// otherwise, never outside the span. Plain values, bound to no thread.
+// The one way to read and write whole wire records, field behind field: little-endian, never
+// outside the span. A single number at a known place is DigitUtil's or UcharToUint's. Plain values,
+// bound to no thread.
 
 // Takes fields from the front of a span. A read past the end yields 0 and clears ok(), which stays
 // cleared: check it once, after the last field.

@@ -4,6 +4,7 @@
 #include "base/ZephEpollPoller.h"
 
 #include <array>
+#include <cerrno>
 #include <memory>
 #include <string>
 #include <vector>
@@ -248,11 +249,30 @@ TEST_F(ZephChannelTest, PollThatFillsTheArrayDoublesIt) {
     EXPECT_TRUE(active.empty());
 }
 
-TEST_F(ZephChannelTest, PollThatFailsReturnsTheTimeAndNoChannel) {
+TEST_F(ZephChannelTest, BoundedPollEndsWithNothingReadyTimeAndAgain) {
+    using std::chrono::steady_clock;
     ZephEpollPoller poller(&loop);
     std::vector<ZephChannel*> active;
+    const auto start = steady_clock::now();
+    poller.poll(30, &active);
+    EXPECT_GE(steady_clock::now() - start, std::chrono::milliseconds(29));
+    poller.poll(30, &active);
+    poller.poll(10, &active);
+    EXPECT_LT(steady_clock::now() - start, kDeadline);
+    EXPECT_TRUE(active.empty());
+}
+
+TEST_F(ZephChannelTest, PollThatFailsReturnsTheTimeAndNoChannelAndKeepsErrno) {
+    const int next = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+    close(next); // the number of the next descriptor
+    ZephEpollPoller poller(&loop);
+    const UniqueFd noEpoll = ReadableFd();
+    ASSERT_EQ(dup3(noEpoll.get(), next, O_CLOEXEC), next);
+    std::vector<ZephChannel*> active;
     const ZephTimestamp before = ZephTimestamp::now();
+    errno = 0;
     const ZephTimestamp returned = poller.poll(0, &active);
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_FALSE(returned < before);
     EXPECT_TRUE(active.empty());
 }

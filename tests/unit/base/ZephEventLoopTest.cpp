@@ -2,10 +2,13 @@
 
 #include "base/LoopTest.h"
 #include "base/ZephChannel.h"
+#include "base/ZephEventLoopThread.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -129,6 +132,53 @@ TEST(ZephEventLoop, FunctorQueuedByAFunctorRunsInTheNextIterationWithoutASleep) 
     loop.wakeup();
     RunUntilQuit(loop); // its deadline is shorter than an idle sleep
     EXPECT_EQ(order, "first second queued by first");
+}
+
+TEST(ZephEventLoop, FunctorQueuedBeforeLoopRunsWithoutASleep) {
+    ZephEventLoop loop;
+    loop.queueInLoop([&] { loop.quit(); });
+    RunUntilQuit(loop); // its deadline is shorter than an idle sleep
+}
+
+TEST(ZephEventLoop, NoWakeUpIsLostBetweenTwoLoops) {
+    constexpr int kRoundTrips = 20'000;
+    const QuietOutput quiet;
+    ZephEventLoop here;
+    ZephEventLoopThread thread;
+    ZephEventLoop* there = thread.startLoop();
+    int left = kRoundTrips;
+    std::function<void()> pong;
+    const auto ping = [&] { there->queueInLoop([&] { here.queueInLoop(pong); }); };
+    pong = [&] {
+        if (--left == 0) {
+            here.quit();
+        } else {
+            ping();
+        }
+    };
+    ping();
+    RunUntilQuit(here);
+    EXPECT_EQ(left, 0);
+}
+
+TEST(ZephEventLoop, CallbackMayRunTheLoopItself) {
+    const UniqueFd outerFd = ReadableFd();
+    ZephEventLoop loop;
+    ZephChannel outer(&loop, outerFd.get());
+    int depth = 0;
+    int deepest = 0;
+    outer.setReadCallback([&](ZephTimestamp) {
+        deepest = std::max(deepest, ++depth);
+        if (depth < 3) {
+            loop.loop();
+        }
+        --depth;
+        loop.quit();
+    });
+    outer.enableReading();
+    RunUntilQuit(loop);
+    EXPECT_EQ(deepest, 3);
+    outer.remove();
 }
 
 TEST(ZephEventLoop, PollReturnTimeIsTheTimeThatCallbacksGet) {

@@ -81,6 +81,12 @@ TEST_F(CommandUtilFilesTest, ClearContentEmptiesAFile) {
     EXPECT_EQ(dir_.Read("file"), "");
 }
 
+TEST_F(CommandUtilFilesTest, ClearContentMakesAMissingFile) {
+    util_->ClearContent(dir_ / "file");
+    EXPECT_TRUE(fs::is_regular_file(dir_ / "file"));
+    EXPECT_EQ(dir_.Read("file"), "");
+}
+
 TEST_F(CommandUtilFilesTest, ClearContentOfWhatDoesNotOpenDoesNothing) {
     fs::create_directory(dir_ / "sub");
     util_->ClearContent(dir_ / "sub");

@@ -2,6 +2,7 @@
 #include "utils/TempDir.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -31,6 +32,12 @@ std::string TextOf(const std::function<void()>& action) {
     return "nothing was thrown";
 }
 
+// Names that would be something else to a shell, sorted. An interface or a namespace can have them.
+const std::vector<std::string> kOddNames{
+    "\"a\"", "#a",  "$HOME", "'",   "''",        "*",    ";a",  "a&b",  "a'b",    "a'b'", "a;b",
+    "a<b",   "a>b", "a\\b",  "a|b", "a\303\274", "b`a`", "c$x", "c[a]", "c{a,b}", "~",
+};
+
 // Puts programs `ip` and `ifconfig` of the test's own in front of the machine's. Each notes its
 // arguments in the file "calls" before it does what the test has told it.
 class CommandUtilNetworkTest : public testing::Test {
@@ -44,8 +51,8 @@ class CommandUtilNetworkTest : public testing::Test {
     void TearDown() override { setenv("PATH", path_.c_str(), 1); }
 
     void Program(const std::string& name, const std::string& body) const {
-        dir_.Write(name, "#!/bin/sh\necho \"" + name + " $*\" >> " + (dir_ / "calls") + "\n" +
-                             body + "\n");
+        dir_.Write(name, "#!/bin/sh\nprintf '%s\\n' \"" + name + " $*\" >> " + (dir_ / "calls") +
+                             "\n" + body + "\n");
         fs::permissions(dir_ / name, fs::perms::owner_all);
     }
 
@@ -132,18 +139,36 @@ TEST_F(CommandUtilNetworkTest, DelAllNetnsTellsTheSignalThatEndedTheCommand) {
     EXPECT_EQ(TextOf([&] { util_->DelAllNetns(); }), "Command killed by signal 9");
 }
 
-TEST_F(CommandUtilNetworkTest, DelAllNetnsHandsNoMetacharactersToTheShell) {
-    Namespaces("a;touch${IFS}" + (dir_ / "broken") + "\n");
-    EXPECT_EQ(TextOf([&] { util_->DelAllNetns(); }).find("Failed to delete netns 'a;touch${IFS}"),
-              0U);
-    EXPECT_EQ(Calls(), "ip netns list\n");
-    EXPECT_FALSE(fs::exists(dir_ / "broken"));
+TEST_F(CommandUtilNetworkTest, DelAllNetnsTellsAllOfALongOutput) {
+    const std::string longLine(1000, 'e');
+    Namespaces("a\n", "echo first; echo " + longLine + "; echo last; exit 1");
+    EXPECT_EQ(TextOf([&] { util_->DelAllNetns(); }),
+              "Failed to delete netns 'a': first\n" + longLine + "\nlast\n");
 }
 
-TEST_F(CommandUtilNetworkTest, DelAllNetnsTakesNoNameForAnOption) {
-    Namespaces("-all\n");
-    EXPECT_EQ(TextOf([&] { util_->DelAllNetns(); }).find("Failed to delete netns '-all': "), 0U);
-    EXPECT_EQ(Calls(), "ip netns list\n");
+TEST_F(CommandUtilNetworkTest, DelAllNetnsHandsEachNameToTheShellAsOneWord) {
+    std::string expected = "ip netns list\n";
+    for (const auto& name : kOddNames) { // in the order in which they are sorted
+        expected += "ip netns del " + name + "\n";
+    }
+    std::string list;
+    for (const auto& name : kOddNames) {
+        list += name + "\n";
+    }
+    Namespaces(list);
+    util_->DelAllNetns();
+    EXPECT_EQ(Calls(), expected);
+    EXPECT_EQ(util_->Ls(dir_.path()),
+              (std::vector<std::string>{"calls", "ifconfig", "ip", "list"}));
+}
+
+TEST_F(CommandUtilNetworkTest, DelAllNetnsRunsNoCommandForANameThatNoNamespaceCanHave) {
+    for (const std::string name : {"-all", "../x", "a\001b", "a\177b"}) {
+        Namespaces(name + "\n");
+        EXPECT_EQ(TextOf([&] { util_->DelAllNetns(); }),
+                  "Failed to delete netns '" + name + "': no namespace can have this name");
+    }
+    EXPECT_EQ(Calls(), "ip netns list\nip netns list\nip netns list\nip netns list\n");
 }
 
 TEST_F(CommandUtilNetworkTest, DelAllNetnsThrowsWhenNoCommandCanBeRun) {
@@ -233,18 +258,40 @@ TEST_F(CommandUtilNetworkTest, DelIfaceIgnoresThatIfconfigFailsToo) {
     EXPECT_EQ(Calls(), "ip link delete veth0\nifconfig veth0 down\n");
 }
 
-TEST_F(CommandUtilNetworkTest, DelIfaceHandsNothingButNamesToTheShell) {
-    for (const char* name : {"", "-h", "a b", "a;b", "a|b", "a&b", "$(a)", "`a`", "a>b", "a\nb",
-                             "a'b", "a\"b", "a\\b", "a*", "~", "#"}) {
+TEST_F(CommandUtilNetworkTest, DelIfaceHandsEachNameToTheShellAsOneWord) {
+    Program("ip", "exit 1");
+    std::string expected;
+    for (const auto& name : kOddNames) {
+        util_->DelIface(name);
+        expected +=
+            "ip link delete " + name + "\nifconfig " + name + " down\nifconfig " + name + " del\n";
+    }
+    EXPECT_EQ(Calls(), expected);
+    EXPECT_EQ(util_->Ls(dir_.path()), (std::vector<std::string>{"calls", "ifconfig", "ip"}));
+}
+
+TEST_F(CommandUtilNetworkTest, DelIfaceRunsNoCommandForANameThatNoInterfaceCanHave) {
+    Program("ip", "exit 1");
+    for (const char* name : {"", "-h", "a b", "a\tb", "a\nb", "a/b", "a\001b", "a\177b"}) {
         util_->DelIface(name);
     }
-    EXPECT_EQ(util_->Ls(dir_.path()), (std::vector<std::string>{"ifconfig", "ip"}));
+    EXPECT_EQ(Calls(), "");
 }
 
 TEST_F(CommandUtilNetworkTest, DelIfacesOfNoNamesPrintsNothing) {
     testing::internal::CaptureStderr();
     util_->DelIfaces({});
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(CommandUtilNetworkTest, DelIfacesWithoutASocketSaysSoOnce) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(TextWithoutDescriptors([&] {
+                  util_->DelIfaces({"vci-nosuch0", "vci-nosuch1"});
+              }),
+              "nothing was thrown");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Failed to open a netlink socket: Too many open files\n");
 }
 
 TEST_F(CommandUtilNetworkTest, DelIfacesReportsEachUnknownNameAndGoesOn) {
@@ -276,54 +323,77 @@ TEST_F(CommandUtilNetworkTest, DelIfacesTakesANameUpToItsFirstNul) {
     EXPECT_EQ(testing::internal::GetCapturedStderr().find("Deletion failed for lo: Operation"), 0U);
 }
 
-TEST_F(CommandUtilNetworkTest, GetIfacesHasEveryInterfaceButLoopbackOnce) {
-    std::vector<std::string> expected;
+// The names of all interfaces but loopback, as the kernel lists them.
+std::vector<std::string> KernelsList() {
+    std::vector<std::string> names;
     const auto list = if_nameindex();
     for (auto at = list; at->if_name != nullptr; ++at) {
         if (std::string(at->if_name) != "lo") {
-            expected.emplace_back(at->if_name);
+            names.emplace_back(at->if_name);
         }
     }
     if_freenameindex(list);
-    std::sort(expected.begin(), expected.end());
-
-    auto names = util_->GetIfaces();
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, expected);
+    return names;
 }
 
-TEST(CommandUtilRealNetworkTest, DelIfacesDeletesInterfacesOfThisNamespace) {
-    enum Result {
-        Right,
-        Wrong,
-        NoNamespace,
-    };
-    const pid_t child = fork();
-    if (child == 0) { // root of a network of its own, whoever runs the test
-        const std::string root = "0 " + std::to_string(geteuid()) + " 1";
-        const bool isOwn = unshare(CLONE_NEWNET) == 0 ||
-                           (unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0 &&
-                            std::ofstream("/proc/self/uid_map") << root << std::flush);
-        if (!isOwn || system("ip link add v0 type veth peer name v1 2>/dev/null &&"
-                             "ip link add longer-name-15b type veth peer name x1 2>/dev/null &&"
-                             "ip link add v3 type veth peer name v4 2>/dev/null") != 0) {
-            _exit(NoNamespace);
+TEST_F(CommandUtilNetworkTest, GetIfacesHasEveryInterfaceButLoopbackOnceInTheKernelsOrder) {
+    EXPECT_EQ(util_->GetIfaces(), KernelsList());
+}
+
+// Runs `body` as root of a network of its own, whoever runs the test, with six interfaces: their
+// names are not in the order in which they were made. The test is skipped where that is not
+// permitted.
+class CommandUtilRealNetworkTest : public testing::Test {
+  protected:
+    static void InOwnNetwork(const std::function<void()>& body) {
+        enum Result {
+            Right,
+            Wrong,
+            NoNamespace,
+        };
+        fflush(nullptr);
+        const pid_t child = fork();
+        if (child == 0) {
+            const std::string root = "0 " + std::to_string(geteuid()) + " 1";
+            const bool isOwn = unshare(CLONE_NEWNET) == 0 ||
+                               (unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0 &&
+                                std::ofstream("/proc/self/uid_map") << root << std::flush);
+            if (!isOwn || system("ip link add v3 type veth peer name v4 2>/dev/null &&"
+                                 "ip link add longer-name-15b type veth peer name x1 2>/dev/null &&"
+                                 "ip link add v0 type veth peer name v1 2>/dev/null") != 0) {
+                _exit(NoNamespace);
+            }
+            body();
+            fflush(nullptr);
+            _exit(HasFailure() ? Wrong : Right);
         }
+        int status = 0;
+        waitpid(child, &status, 0);
+        ASSERT_TRUE(WIFEXITED(status));
+        if (WEXITSTATUS(status) == NoNamespace) {
+            GTEST_SKIP() << "this machine lets nobody make a network namespace with veth pairs";
+        }
+        EXPECT_EQ(WEXITSTATUS(status), Right) << "as printed above";
+    }
+};
+
+TEST_F(CommandUtilRealNetworkTest, GetIfacesIsInTheKernelsOrderAndNotThatOfTheNames) {
+    InOwnNetwork([] {
+        const auto names = CommandUtil::GetInstance()->GetIfaces();
+        EXPECT_EQ(names.size(), 6U);
+        EXPECT_EQ(names, KernelsList());
+        EXPECT_FALSE(std::is_sorted(names.begin(), names.end()));
+    });
+}
+
+TEST_F(CommandUtilRealNetworkTest, DelIfacesDeletesInterfacesOfThisNamespace) {
+    InOwnNetwork([] {
         const auto util = CommandUtil::GetInstance();
-        const auto before = util->GetIfaces();
-        util->DelIfaces({"longer-name-15b", "v0"});
-        auto after = util->GetIfaces();
-        std::sort(after.begin(), after.end());
-        const bool right = before.size() == 6 && after == std::vector<std::string>{"v3", "v4"};
-        _exit(right ? Right : Wrong);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == NoNamespace) {
-        GTEST_SKIP() << "this machine lets nobody make a network namespace with veth pairs in it";
-    }
-    EXPECT_EQ(WEXITSTATUS(status), Right);
+        util->DelIfaces({"longer-name-15b", "v0"}); // and with them x1 and v1
+        auto left = util->GetIfaces();
+        std::sort(left.begin(), left.end());
+        EXPECT_EQ(left, (std::vector<std::string>{"v3", "v4"}));
+    });
 }
 
 } // namespace

@@ -2,8 +2,13 @@
 #include "utils/MachineLock.h"
 
 #include <algorithm>
+#include <list>
+#include <memory>
+#include <set>
+#include <string>
 #include <vector>
 
+#include <dirent.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -48,7 +53,11 @@ class NamedChild {
 
     pid_t pid() const { return pid_; }
 
-    bool IsRunning() const { return waitpid(pid_, nullptr, WNOHANG) == 0; }
+    // Ends it with signal 9, unless another has ended it before; the signal that did.
+    int KillAndTell() {
+        kill(pid_, SIGKILL);
+        return EndingSignal();
+    }
 
     // Waits for the end; the signal that brought it, or 0.
     int EndingSignal() {
@@ -90,6 +99,24 @@ TEST_F(CommandUtilProcessesTest, FindsEveryProcessOfTheNameAndNoOther) {
     EXPECT_EQ(SortedPids("vci-find-me"), expected);
 }
 
+TEST_F(CommandUtilProcessesTest, TheOrderIsThatOfTheDirectory) {
+    std::list<NamedChild> children;
+    std::set<std::string> ids;
+    for (int i = 0; i < 5; ++i) {
+        ids.insert(std::to_string(children.emplace_back("vci-in-order").pid()));
+    }
+    std::vector<pid_t> expected;
+    const std::unique_ptr<DIR, int (*)(DIR*)> proc(opendir("/proc"), closedir);
+    ASSERT_NE(proc, nullptr);
+    while (const dirent* entry = readdir(proc.get())) {
+        if (ids.count(entry->d_name) != 0) {
+            expected.push_back(std::stoi(entry->d_name));
+        }
+    }
+    ASSERT_EQ(expected.size(), 5U);
+    EXPECT_EQ(util_->GetPidsByName("vci-in-order"), expected);
+}
+
 TEST_F(CommandUtilProcessesTest, SkipsTheCallingProcessEvenWhenItsOwnNameMatches) {
     prctl(PR_SET_NAME, "vci-my-own-name");
     EXPECT_EQ(util_->GetPidsByName("vci-my-own-name"), std::vector<pid_t>{});
@@ -112,17 +139,17 @@ TEST_F(CommandUtilProcessesTest, KillByIdSendsSignal15) {
     NamedChild other("vci-kill-id");
     util_->Kill(child.pid());
     EXPECT_EQ(child.EndingSignal(), 15);
-    EXPECT_TRUE(other.IsRunning());
+    EXPECT_EQ(other.KillAndTell(), 9);
 }
 
 TEST_F(CommandUtilProcessesTest, KillByNameSendsSignal15ToEveryProcessOfTheName) {
     NamedChild one("vci-kill-name");
     NamedChild two("vci-kill-name");
-    const NamedChild other("vci-spared");
+    NamedChild other("vci-spared");
     util_->Kill("vci-kill-name");
     EXPECT_EQ(one.EndingSignal(), 15);
     EXPECT_EQ(two.EndingSignal(), 15);
-    EXPECT_TRUE(other.IsRunning());
+    EXPECT_EQ(other.KillAndTell(), 9);
 }
 
 } // namespace

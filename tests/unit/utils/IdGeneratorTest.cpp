@@ -1,6 +1,7 @@
 #include "utils/IdGenerator.h"
 
 #include <algorithm>
+#include <latch>
 #include <thread>
 #include <vector>
 
@@ -23,24 +24,34 @@ TEST(IdGenerator, GeneratorsCountForThemselves) {
 }
 
 TEST(IdGenerator, ThreadsNeverGetTheSameId) {
-    constexpr int kEach = 1000;
+    constexpr size_t kThreads = 4;
+    constexpr size_t kEach = 200000; // enough for the threads to run at the same time
     IdGenerator ids;
-    std::vector<int> one;
-    std::vector<int> two;
-    const auto take = [&ids](std::vector<int>& into) {
-        for (int i = 0; i < kEach; ++i) {
-            into.push_back(ids.NextId());
-        }
-    };
-    std::thread other(take, std::ref(two));
-    take(one);
-    other.join();
+    std::latch start(kThreads);
+    std::vector<std::vector<int>> taken(kThreads);
+    std::vector<std::thread> threads;
+    for (auto& mine : taken) {
+        threads.emplace_back([&] {
+            mine.reserve(kEach);
+            start.arrive_and_wait();
+            for (size_t i = 0; i < kEach; ++i) {
+                mine.push_back(ids.NextId());
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
 
-    one.insert(one.end(), two.begin(), two.end());
-    std::sort(one.begin(), one.end());
-    ASSERT_EQ(one.size(), 2U * kEach);
-    for (int i = 0; i < 2 * kEach; ++i) {
-        ASSERT_EQ(one[static_cast<size_t>(i)], i);
+    std::vector<int> all;
+    for (const auto& mine : taken) {
+        EXPECT_TRUE(std::is_sorted(mine.begin(), mine.end()));
+        all.insert(all.end(), mine.begin(), mine.end());
+    }
+    std::sort(all.begin(), all.end());
+    ASSERT_EQ(all.size(), kThreads * kEach);
+    for (size_t i = 0; i < all.size(); ++i) {
+        ASSERT_EQ(all[i], static_cast<int>(i));
     }
 }
 

@@ -123,6 +123,36 @@ TEST(LogFormat, OffsetIsReadOncePerThreadAndDoesNotFollowSummerTime) {
     });
 }
 
+TEST(LogFormat, SummerTimeBeginsAndEndsAtTheVerySecond) {
+    constexpr auto kBegin = 1743296400s; // 2025-03-30T01:00:00 UTC
+    constexpr auto kEnd = 1761440400s;   // 2025-10-26T01:00:00 UTC
+    InZone("CET-1CEST,M3.5.0,M10.5.0/3", [=] {
+        EXPECT_EQ(Text(kBegin - 1s), "2025-03-30T01:59:59+01:00");
+        EXPECT_EQ(Text(kBegin), "2025-03-30T03:00:00+01:00");
+        EXPECT_EQ(Text(kEnd - 1s), "2025-10-26T02:59:59+01:00");
+        EXPECT_EQ(Text(kEnd), "2025-10-26T02:00:00+01:00");
+    });
+}
+
+TEST(LogFormat, TheTimeZoneIsReadOnceInAQuarterOfAnHour) {
+    InZone("UTC", [] {
+        EXPECT_EQ(Text(kOctober), "2025-10-23T08:15:30Z");
+        setenv("TZ", "CET-1", 1);
+        tzset();
+        EXPECT_EQ(Text(kOctober - 30s), "2025-10-23T08:15:00Z");
+        EXPECT_EQ(Text(kOctober + 14min + 29s), "2025-10-23T08:29:59Z");
+        EXPECT_EQ(Text(kOctober + 14min + 30s), "2025-10-23T09:30:00Z");
+        EXPECT_EQ(Text(kOctober - 31s), "2025-10-23T09:14:59Z");
+    });
+}
+
+TEST(LogFormat, DaysOfALeapYear) {
+    constexpr auto kLeapDay = 1709251199s; // 2024-02-29T23:59:59 UTC
+    EXPECT_EQ(TextInZone("UTC", kLeapDay), "2024-02-29T23:59:59Z");
+    EXPECT_EQ(TextInZone("UTC", kLeapDay + 1s), "2024-03-01T00:00:00Z");
+    EXPECT_EQ(TextInZone("EST5", kLeapDay + 1s), "2024-02-29T19:00:00-05:00");
+}
+
 TEST(LogFormat, TimeGoesForwardAndBackWithinAThread) {
     InZone("UTC", [] {
         EXPECT_EQ(Text(kOctober), "2025-10-23T08:15:30Z");

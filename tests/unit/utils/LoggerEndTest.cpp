@@ -31,10 +31,10 @@ TEST(LoggerEndDeathTest, AStatementBehindTheEndOfTheLoggerWritesNothing) {
         {
             limlog::singleton()->setOutput(WriteToStderr);
             atExit.action = [] {
-                LOG_FATAL << "too late";
+                VCI_LOG_FATAL << "too late";
                 fprintf(stderr, "%s\n", limlog::singleton()->ended() ? "quiet" : "still logging");
             };
-            LOG_INFO << "in time";
+            VCI_LOG_INFO << "in time";
             exit(0);
         },
         testing::ExitedWithCode(0), "in time\nquiet");
@@ -65,7 +65,7 @@ TEST(LoggerEndDeathTest, ALineThatAThreadHasBegunOutlivesTheEndOfTheLogger) {
                 lineWritten.wait(false);
             };
             std::thread([] {
-                LOG_INFO << "begun and " << WaitInTheMiddleOfALine();
+                VCI_LOG_INFO << "begun and " << WaitInTheMiddleOfALine();
                 Set(lineWritten);
             }).detach();
             lineBegun.wait(false);

@@ -103,7 +103,7 @@ class Timers {
         for (event& timer : timers_) {
             evtimer_assign(
                 &timer, base_,
-                [](evutil_socket_t, short, void* arg) { ++static_cast<Timers*>(arg)->fired_; },
+                [](evutil_socket_t, short, void* arg) { static_cast<Timers*>(arg)->Fired(); },
                 this);
         }
     }
@@ -124,13 +124,20 @@ class Timers {
         while (fired_ < timers_.size()) {
             event_base_loop(base_, EVLOOP_NONBLOCK);
         }
-        return Seconds(Clock::now() - begin).count();
+        return Seconds(end_ - begin).count();
     }
 
   private:
+    void Fired() {
+        if (++fired_ == timers_.size()) {
+            end_ = Clock::now();
+        }
+    }
+
     event_base* base_;
     std::vector<event> timers_;
     size_t fired_ = 0;
+    Clock::time_point end_;
 };
 
 } // namespace libevent
