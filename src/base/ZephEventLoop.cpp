@@ -59,13 +59,16 @@ ZephEventLoop::ZephEventLoop()
 ZephEventLoop::~ZephEventLoop() {
     // What functors and timers hold may take its channels off this loop as it goes, so it goes
     // while the loop is whole.
-    std::vector<Functor> dropped;
-    {
-        const std::lock_guard lock(mutex_);
-        dropped.swap(pendingFunctors_);
+    for (bool more = true; more;) {
+        std::vector<Functor> dropped;
+        {
+            const std::lock_guard lock(mutex_);
+            dropped.swap(pendingFunctors_);
+        }
+        more = !dropped.empty(); // what goes may queue something more
+        dropped.clear();
+        timerQueue_->dropCallbacks();
     }
-    dropped.clear();
-    timerQueue_->dropCallbacks();
     timerQueue_.reset();
     wakeupChannel_->disableAll();
     wakeupChannel_->remove();
@@ -86,6 +89,9 @@ void ZephEventLoop::loop() {
         handleActiveChannels();
         doPendingFunctors();
     }
+    // Where a callback ran the loop, the list of the outer run is done with: what is still ready
+    // will be reported again.
+    activeChannels_.clear();
     looping_ = false;
 }
 
@@ -110,9 +116,9 @@ void ZephEventLoop::queueInLoop(Functor cb) {
         pendingFunctors_.push_back(std::move(cb));
         hasPending_ = true;
     }
-    // While functors are being run, the batch is closed: without a wake-up this one would wait for
-    // the next event. From other threads a loop is woken only if it waits: one that works looks for
-    // functors before it does.
+    // From other threads a loop is woken only if it waits: one that works looks for functors before
+    // it does. A functor that queues another wakes its own loop, as it always did: the next
+    // iteration shows that wake-up as an event.
     if (isInLoopThread() ? callingPendingFunctors_ : waiting_) {
         wakeup();
     }

@@ -82,7 +82,7 @@ class ZephEventLoop {
     void handleActiveChannels();
     void doPendingFunctors();
 
-    // Atomic since other threads ask them, or set quit_.
+    // quit_ is set by other threads; the others tell what the loop is doing.
     std::atomic<bool> looping_{false};
     std::atomic<bool> quit_{false};
     std::atomic<bool> eventHandling_{false};

@@ -8,16 +8,22 @@ ZephEventLoopThread::ZephEventLoopThread(ThreadInitCallback cb)
     : thread_([this] { threadFunc(); }), callback_(std::move(cb)) {}
 
 ZephEventLoopThread::~ZephEventLoopThread() {
+    endLoop();
     {
         const std::lock_guard lock(mutex_);
         exiting_ = true;
-        if (loop_ != nullptr) {
-            // Queued, since a plain quit() is forgotten by a loop that has not started running.
-            loop_->queueInLoop([loop = loop_] { loop->quit(); });
-        }
     }
     cond_.notify_all();
     thread_.join();
+}
+
+void ZephEventLoopThread::endLoop() {
+    std::unique_lock lock(mutex_);
+    if (loop_ != nullptr) {
+        // Queued, since a plain quit() is forgotten by a loop that has not started running.
+        loop_->queueInLoop([loop = loop_] { loop->quit(); });
+    }
+    cond_.wait(lock, [this] { return loop_ == nullptr; });
 }
 
 ZephEventLoop* ZephEventLoopThread::startLoop() {
@@ -45,5 +51,6 @@ void ZephEventLoopThread::threadFunc() {
     // the loop stays on this stack until nobody can reach it any more.
     std::unique_lock lock(mutex_);
     loop_ = nullptr;
+    cond_.notify_all();
     cond_.wait(lock, [this] { return exiting_; });
 }

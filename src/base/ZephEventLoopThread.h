@@ -30,6 +30,9 @@ class ZephEventLoopThread {
     // Throws std::system_error when there is no thread to be had.
     ZephEventLoop* startLoop();
 
+    // Ends the loop and waits until it has; the object stays for those who still post to it.
+    void endLoop();
+
   private:
     void threadFunc();
 

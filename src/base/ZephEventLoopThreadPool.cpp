@@ -3,7 +3,12 @@
 ZephEventLoopThreadPool::ZephEventLoopThreadPool(ZephEventLoop* baseLoop, int numThreads)
     : baseLoop_(baseLoop), numThreads_(numThreads) {}
 
-ZephEventLoopThreadPool::~ZephEventLoopThreadPool() = default;
+ZephEventLoopThreadPool::~ZephEventLoopThreadPool() {
+    // All loops end before the first is destroyed: what runs on one may post to another.
+    for (const auto& thread : threads_) {
+        thread->endLoop();
+    }
+}
 
 void ZephEventLoopThreadPool::start(const ThreadInitCallback& cb) {
     started_ = true;

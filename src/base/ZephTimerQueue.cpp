@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 #include <utility>
 
 #include <sys/timerfd.h>
@@ -16,7 +15,6 @@ using State = ActiveTimerSet::State;
 
 constexpr int64_t kMinDelayUs = 100; // a delay of 0 would disarm the descriptor
 constexpr int64_t kNanoSecondsPerMicroSecond = 1000;
-constexpr int64_t kNotArmed = std::numeric_limits<int64_t>::max();
 
 int createTimerfd() {
     return timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
@@ -43,7 +41,6 @@ ZephTimerQueue::ZephTimerQueue(ZephEventLoop* loop)
     : loop_(loop),
       timerfd_(createTimerfd()),
       timerfdChannel_(loop, timerfd_.get()),
-      armedFor_(kNotArmed),
       idGenerator_(std::make_shared<IdGenerator>()) {
     timerfdChannel_.setReadCallback([this](ZephTimestamp) { handleRead(); });
     timerfdChannel_.enableReading();
@@ -87,9 +84,9 @@ void ZephTimerQueue::setInterval(const ZephTimerId& timerId, double interval) {
 }
 
 void ZephTimerQueue::armForFirst() {
-    armedFor_ = timers_.firstExpiration().microSecondsSinceEpoch();
     resetTimerfd(timerfd_.get(), timers_.firstExpiration());
     fired_ = false; // arming takes the place of reading
+    firstIsNew_ = false;
 }
 
 void ZephTimerQueue::readTimerfd() {
@@ -142,7 +139,6 @@ ZephTimer* ZephTimerQueue::findTimer(const ZephTimerId& timerId) const {
 void ZephTimerQueue::handleRead() {
     const ZephTimestamp now = ZephTimestamp::now();
     fired_ = true;
-    armedFor_ = kNotArmed;
     std::vector<Slot> expired = std::move(spareExpired_);
     getExpired(now, expired);
     runExpired(expired);
@@ -166,6 +162,11 @@ void ZephTimerQueue::getExpired(ZephTimestamp now, std::vector<Slot>& expired) {
 }
 
 void ZephTimerQueue::runExpired(const std::vector<Slot>& expired) {
+    // A callback that runs the loop itself comes back here for other timers: what belongs to the
+    // outer one is kept aside.
+    ZephTimer* const outerTimer = runningTimer_;
+    const bool outerHasNext = std::exchange(hasNextCallback_, false);
+    std::function<void()> outerNext = std::exchange(nextCallback_, {});
     for (const Slot slot : expired) {
         ZephTimer* timer = pool_.at(slot);
         runningTimer_ = timer;
@@ -176,6 +177,9 @@ void ZephTimerQueue::runExpired(const std::vector<Slot>& expired) {
             timer->ResetCallBack(std::exchange(nextCallback_, {}));
         }
     }
+    runningTimer_ = outerTimer;
+    hasNextCallback_ = outerHasNext;
+    nextCallback_ = std::move(outerNext);
 }
 
 void ZephTimerQueue::reset(const std::vector<Slot>& expired, ZephTimestamp now) {

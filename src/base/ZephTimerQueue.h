@@ -26,8 +26,9 @@ class ZephTimerQueue {
     ~ZephTimerQueue(); // ends all timers without running them
 
     // `cb` runs at `when`, and then every `interval` seconds if that is above 0. A time that has
-    // passed, or is closer than 100 us, is taken as 100 us from now. Timers that are due together
-    // run in the order of their times, and at one time in the order of their addresses.
+    // passed, or is closer than 100 us, is taken as 100 us from the loop's next wait. Timers that
+    // are due together run in the order of their times, and at one time in the order of their
+    // addresses.
     ZephTimerId addTimer(std::function<void()>&& cb, ZephTimestamp when, double interval);
 
     // A timer that is running is not started again; one that is due in the same run still runs in
@@ -43,9 +44,11 @@ class ZephTimerQueue {
     void arm() {
         // A first timer that was cancelled leaves the descriptor armed too early: that wake-up
         // finds nothing due, which costs less than arming anew at each cancel.
-        const bool isFirst =
-            !timers_.empty() && timers_.firstExpiration().microSecondsSinceEpoch() < armedFor_;
-        if (isFirst) {
+        // A repetition that has come to a time before all times is not armed for; a timer that was
+        // added with such a time is.
+        const bool isDue =
+            firstIsNew_ || (fired_ && !timers_.empty() && timers_.firstExpiration().valid());
+        if (isDue && !timers_.empty()) {
             armForFirst();
         } else if (fired_) {
             readTimerfd();
@@ -61,6 +64,7 @@ class ZephTimerQueue {
     void armForFirst();
     void readTimerfd();
     void addTimerInLoop(Slot slot, int64_t sequence, ZephTimestamp expiration) {
+        firstIsNew_ = firstIsNew_ || timers_.empty() || expiration < timers_.firstExpiration();
         timers_.insert(expiration, slot);
         activeTimers_.insert(slot, sequence);
     }
@@ -85,7 +89,7 @@ class ZephTimerQueue {
     std::function<void()> nextCallback_; // of runningTimer_, for when it has returned
     bool hasNextCallback_ = false;
     bool fired_ = false;             // the descriptor is readable until it is armed anew or read
-    int64_t armedFor_;               // microseconds since the epoch; kNotArmed when it has fired
+    bool firstIsNew_ = false;        // a timer became the first since the descriptor was armed
     std::vector<Slot> spareExpired_; // empty; its memory is used for the next run
     std::shared_ptr<IdGenerator> idGenerator_;
 };

@@ -103,7 +103,7 @@ class Time {
     static constexpr size_t kSecondLength = 19; // "2025-10-23T08:15:30"
 
     // Time zones change their offset at whole quarters of an hour.
-    using Quarters = std::chrono::duration<int64_t, std::ratio<15 * 60>>;
+    using Quarters = std::chrono::duration<int64_t, std::ratio<900>>;
     static constexpr auto kNever = std::chrono::sys_seconds::min();
 
     // What a thread remembers. Offsets are seconds east of UTC.
