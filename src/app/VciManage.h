@@ -27,7 +27,7 @@ class VciManage {
     void Run();
 
     // Ends the pool's loops and the base loop, also when they have not begun to run. Any thread,
-    // any number of times.
+    // any number of times; another thread's caller sees to it that the object outlives the call.
     void Quit();
 
     void HandleUsbReadEvent();

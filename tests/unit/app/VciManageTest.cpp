@@ -10,6 +10,7 @@
 #include <csignal>
 #include <future>
 #include <iostream>
+#include <mutex>
 #include <thread>
 
 #include <fcntl.h>
@@ -85,6 +86,7 @@ class VciManageTest : public BoardTest {
                 manage_ = &manage;
                 built_.set_value();
                 manage.Run();
+                const std::lock_guard<std::mutex> lock(alive_);
                 manage_ = nullptr;
             }
             ended_.set_value();
@@ -131,6 +133,7 @@ class VciManageTest : public BoardTest {
     std::thread thread_;
     std::promise<void> built_, ended_;
     std::atomic<VciManage*> manage_{nullptr};
+    std::mutex alive_; // held by a foreign caller, so that the application outlives the call
     std::vector<int> signals_;
     std::string printed_;
     int writer_ = -1;
@@ -234,7 +237,10 @@ TEST_F(VciManageTest, AQuitFromAnyThreadAtAnyMomentEndsIt) {
     MakeDevice();
     Start();
     built_.get_future().wait();
-    manage_.load()->Quit(); // Run() may not even have begun
+    {
+        const std::lock_guard<std::mutex> lock(alive_);
+        manage_.load()->Quit(); // Run() may not even have begun
+    }
     ASSERT_TRUE(Ended());
     Join();
 }
