@@ -153,7 +153,9 @@ void UsbDriver::CopyIn(ZephKfifo& fifo, const void* src, uint32_t len, uint32_t 
     auto* ring = static_cast<uint8_t*>(fifo.data);
     const auto* bytes = static_cast<const uint8_t*>(src);
     std::memcpy(ring + off, bytes, l);
-    std::memcpy(ring, bytes + l, len - l);
+    if (l != len) { // past the end of the ring
+        std::memcpy(ring, bytes + l, len - l);
+    }
     // The caller's Store of the index is the release that publishes these bytes.
 }
 
@@ -169,7 +171,9 @@ void UsbDriver::CopyOut(const ZephKfifo& fifo, void* dst, uint32_t len, uint32_t
     const auto* ring = static_cast<const uint8_t*>(fifo.data);
     auto* bytes = static_cast<uint8_t*>(dst);
     std::memcpy(bytes, ring + off, l);
-    std::memcpy(bytes + l, ring, len - l);
+    if (l != len) { // past the end of the ring
+        std::memcpy(bytes + l, ring, len - l);
+    }
 }
 
 void UsbDriver::CopyLenIn(ZephKfifo& fifo_len, uint32_t len) {
