@@ -4,16 +4,21 @@
 #include "drivers/UsbDriver.h"
 
 VciGroupService::VciGroupService(ZephEventLoop* loop,
-                                 const std::shared_ptr<ZephEventLoopThreadPool>& /*pool*/)
+                                 const std::shared_ptr<ZephEventLoopThreadPool>& pool)
     : VciService(loop),
       func_map{
           {DEVICE_SYNCHRONIZATION_SERVICE_GID, &VciGroupService::DevSyncGroupService},
+          {NET_CONFIG_SERVICE_GID, &VciGroupService::NetCfgGroupService},
+          {SEND_NET_FRAME_SERVICE_GID, &VciGroupService::NetSendMsgGroupService},
       },
+      ethCfgSrv_(loop),
       devSyncSrv_(loop),
+      sendSrv_(loop, pool),
       boundary_([this](uint8_t gid) { return func_map.count(static_cast<GroupId>(gid)) != 0; },
                 kReqMsgSize) {}
 
 void VciGroupService::Init() {
+    ethCfgSrv_.Init();
     devSyncSrv_.Init();
 }
 
@@ -50,7 +55,19 @@ void VciGroupService::Refuse(uint32_t msgLen, NegtiveErrorCode code) {
     boundary_.End(true);
 }
 
+template <typename Service> void VciGroupService::Forward(Service& service) {
+    service.usbDataNum = usbDataNum;
+    service.HandleReadEvent();
+}
+
 void VciGroupService::DevSyncGroupService() {
-    devSyncSrv_.usbDataNum = usbDataNum;
-    devSyncSrv_.HandleReadEvent();
+    Forward(devSyncSrv_);
+}
+
+void VciGroupService::NetCfgGroupService() {
+    Forward(ethCfgSrv_);
+}
+
+void VciGroupService::NetSendMsgGroupService() {
+    Forward(sendSrv_);
 }

@@ -3,6 +3,8 @@
 #include "app/FrameBoundary.h"
 #include "common/VciService.h"
 #include "modules/DevSyncService.h"
+#include "modules/NetCfgService.h"
+#include "modules/VciSendService.h"
 
 #include <map>
 #include <memory>
@@ -33,8 +35,13 @@ class VciGroupService : public VciService {
     void Refuse(uint32_t msgLen, NegtiveErrorCode code);
 
     void DevSyncGroupService();
+    void NetCfgGroupService();
+    void NetSendMsgGroupService();
+    template <typename Service> void Forward(Service& service);
 
     std::map<GroupId, void (VciGroupService::*)()> func_map;
+    NetCfgService ethCfgSrv_;
     DevSyncService devSyncSrv_;
+    VciSendService sendSrv_;
     FrameBoundary boundary_;
 };

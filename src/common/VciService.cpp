@@ -11,6 +11,7 @@ namespace {
 constexpr uint32_t kHandleSize = 4;
 constexpr uint32_t kNegtiveServiceLength = 5; // gid, sid, code, gid and sid that are refused
 constexpr uint32_t kNegtiveMessageLength = 16;
+constexpr int kShortServiceLength = 2; // gid, sid
 constexpr int kTimeServiceLength = 10; // gid, sid, 8 bytes of time
 
 } // namespace
@@ -57,6 +58,12 @@ void VciService::UsbNegtiveResponse(NegtiveErrorCode negtiveCode) {
         .U8(sid_)
         .U32(srvHandle);
     Drivers::UsbDriver::GetInstance().UsbWrite(respMsgData, kNegtiveMessageLength);
+}
+
+void VciService::UsbShortResponse() {
+    pRespSrv[0] = gid_;
+    pRespSrv[1] = sid_;
+    UsbPositiveResponse(kShortServiceLength);
 }
 
 void VciService::UsbTimeResponse() {

@@ -4,6 +4,7 @@
 #include "common/GlobalEnums.h"
 
 #include <cstdint>
+#include <map>
 
 class ZephEventLoop;
 
@@ -22,6 +23,22 @@ class VciService {
     // stays in the ring: reqMsgData then holds its first 8 bytes and, behind them, what it held.
     void GetDataFromUsb();
 
+    // The common way of a request: takes it in and hands it to the entry of `handlers` for its sid;
+    // a sid without one is refused. `service` is *this by its own type.
+    template <typename Service, typename Sid>
+    void HandleRequest(Service& service, const std::map<Sid, void (Service::*)()>& handlers) {
+        GetDataFromUsb();
+        SetHandle();
+        gid_ = pReqSrv[0];
+        sid_ = pReqSrv[1];
+        const auto handler = handlers.find(static_cast<Sid>(sid_));
+        if (handler == handlers.end()) {
+            UsbNegtiveResponse(WRONG_SID);
+            return;
+        }
+        (service.*handler->second)();
+    }
+
     // Reads the handle behind the request's service section.
     void SetHandle();
 
@@ -32,6 +49,9 @@ class VciService {
 
     // Sends the 16-byte refusal of the request in hand. Overwrites the start of respMsgData.
     void UsbNegtiveResponse(NegtiveErrorCode negtiveCode);
+
+    // Sends the two-byte answer of gid and sid.
+    void UsbShortResponse();
 
     // Sends the ten-byte answer of gid, sid and the device time.
     void UsbTimeResponse();

@@ -59,16 +59,7 @@ void DevSyncService::Init() {
 }
 
 void DevSyncService::HandleReadEvent() {
-    GetDataFromUsb();
-    SetHandle();
-    gid_ = pReqSrv[0];
-    sid_ = pReqSrv[1];
-    const auto handler = func_map.find(static_cast<DevSyncGroup>(sid_));
-    if (handler == func_map.end()) {
-        UsbNegtiveResponse(WRONG_SID);
-        return;
-    }
-    (this->*handler->second)();
+    HandleRequest(*this, func_map);
 }
 
 void DevSyncService::SyncRequest() {

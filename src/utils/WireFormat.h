@@ -39,8 +39,11 @@ class WireReader {
   private:
     template <typename T> T Take() {
         const auto bytes = Bytes(sizeof(T));
+        if (bytes.empty()) {
+            return 0;
+        }
         T value = 0;
-        for (size_t i = 0; i < bytes.size(); ++i) {
+        for (size_t i = 0; i < sizeof(T); ++i) { // one load, where the machine has the same order
             value = static_cast<T>(value | static_cast<T>(static_cast<T>(bytes[i]) << (8 * i)));
         }
         return value;

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr size_t kBlockSize = 4096;
+constexpr size_t kBlockSize = 0x10000; // the largest block of the board
 constexpr uint32_t kTimeBlock = 0x81000000;
 constexpr uint32_t kTimeLow = 0x24;
 constexpr uint32_t kTimeHigh = 0x28;

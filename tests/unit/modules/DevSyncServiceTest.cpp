@@ -1,7 +1,7 @@
 #include "modules/DevSyncService.h"
 
 #include "base/ZephEventLoop.h"
-#include "support/BoardTest.h"
+#include "support/ServiceTest.h"
 
 #include <memory>
 
@@ -12,10 +12,9 @@ using Writes = std::vector<std::pair<uint32_t, int>>;
 constexpr uint32_t kGreen = 28;
 constexpr uint32_t kRed = 36;
 
-class DevSyncServiceTest : public BoardTest {
+class DevSyncServiceTest : public ServiceTest {
   protected:
     DevSyncServiceTest() {
-        board.SetCounter(1000); // 10000 ns = 0x2710
         service.Init();
         Forget();
     }
@@ -25,34 +24,11 @@ class DevSyncServiceTest : public BoardTest {
         regs.writes.clear();
     }
 
-    Bytes Ask(const Bytes& request, uint32_t handle = 0x11223344) {
-        usb.HostWrite(Frame(request, handle));
-        service.HandleReadEvent();
-        return Answer();
-    }
+    Bytes Ask(const Bytes& request) { return ServiceTest::Ask(service, request); }
 
-    static Bytes Positive(uint8_t sid) {
-        return {0, 10, 0, 0, 0, 16, sid, 0x10, 0x27, 0, 0, 0, 0, 0, 0};
-    }
-
-    static Bytes Negative(uint8_t code, uint8_t sid) {
-        return {0, 5, 0, 0, 0, 104, 2, code, 16, sid, 0x44, 0x33, 0x22, 0x11};
-    }
-
-    // The first bytes of an answer, without the tail that means nothing.
-    static Bytes Head(Bytes answer, size_t length) {
-        answer.resize(std::min(answer.size(), length));
-        return answer;
-    }
-
-    void ExpectPositive(const Bytes& answer, uint8_t sid) {
-        EXPECT_EQ(answer.size(), 24U);
-        EXPECT_EQ(Head(answer, 15), Positive(sid));
-    }
-
-    void ExpectNegative(const Bytes& answer, uint8_t code, uint8_t sid) {
-        EXPECT_EQ(answer.size(), 16U);
-        EXPECT_EQ(Head(answer, 14), Negative(code, sid));
+    static void ExpectPositive(const Bytes& answer, uint8_t sid) { ExpectTime(answer, 16, sid); }
+    static void ExpectNegative(const Bytes& answer, uint8_t code, uint8_t sid) {
+        ExpectRefusal(answer, code, 16, sid);
     }
 
     ZephEventLoop loop;

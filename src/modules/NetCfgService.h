@@ -1,0 +1,49 @@
+#pragma once
+
+#include "common/VciService.h"
+#include "drivers/CanManage.h"
+
+#include <map>
+#include <string>
+
+enum NetCfgGroup : uint8_t {
+    SET_CAN_TIMEPARAM_SID = 41,
+    SET_CAN_SECONDPOINT_SID = 42,
+    SET_CAN_TERMINATION_SID = 43,
+    SET_CAN_STATUS_SID = 44,
+    SET_CAN_CONTROLLERMODE_SID = 45,
+    TEST_USB_SID = 46, // no service: refused like any unknown one
+};
+
+// Group 21. Configures the CAN channels. A value out of range is refused before anything is done;
+// what comes of a request is not told to the host. Lives on the main thread.
+class NetCfgService : public VciService {
+  public:
+    // `clearFlag`: the file that the clearing of the whole configuration leaves for the next start.
+    explicit NetCfgService(ZephEventLoop* loop, std::string clearFlag = "/tmp/vci-clear.flag");
+
+    // Answers the request to clear the whole configuration, when this start is the restart that it
+    // asked for.
+    void Init();
+
+    void HandleReadEvent();
+
+  private:
+    // Each reads its request without a look at the length: where a request is short, it reads what
+    // an earlier one has left in the buffer.
+    void CanSetTimeParam();
+    void CanSetSecondSamplePoint();
+    void CanSetTermination();
+    void CanSetStatus();
+    void CanSetControllerMode();
+
+    uint8_t Channel() const;
+
+    std::map<NetCfgGroup, void (NetCfgService::*)()> func_map;
+    Drivers::CanManage& canManager;
+    std::string clearFlag_;
+
+    // What the last request left: the data part of a classic request is what the last CAN FD
+    // request put there, of whatever channel.
+    CanTimeParam timeParam_{};
+};
