@@ -68,9 +68,9 @@ bcm_timeval CorrectedPeriod(uint64_t periodMs, const Correction& correction) {
 }
 
 template <typename Frame>
-bcm_msg_head StartHead(const Frame& frame, uint32_t flags, uint64_t delayUs, uint64_t periodMs,
-                       const Correction& correction) {
-    bcm_msg_head head{};
+BcmHead StartHead(const Frame& frame, uint32_t flags, uint64_t delayUs, uint64_t periodMs,
+                  const Correction& correction) {
+    BcmHead head{};
     head.opcode = TX_SETUP;
     head.flags = flags;
     head.ival1 = TimeOf(delayUs);
@@ -82,7 +82,7 @@ bcm_msg_head StartHead(const Frame& frame, uint32_t flags, uint64_t delayUs, uin
 
 } // namespace
 
-BcmMessage::BcmMessage(const bcm_msg_head& head, const void* frame, size_t frameSize)
+BcmMessage::BcmMessage(const BcmHead& head, const void* frame, size_t frameSize)
     : size_(sizeof(head) + frameSize) {
     std::memcpy(bytes_.data(), &head, sizeof(head));
     if (frame != nullptr) {
@@ -102,7 +102,7 @@ BcmMessage BcmMessage::Start(const canfd_frame& frame, uint32_t flags, uint64_t 
 }
 
 BcmMessage BcmMessage::Stop(canid_t id, bool fd) {
-    bcm_msg_head head{};
+    BcmHead head{};
     head.opcode = TX_DELETE;
     head.flags = fd ? CAN_FD_FRAME : 0;
     head.can_id = id;

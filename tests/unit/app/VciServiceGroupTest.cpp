@@ -65,6 +65,20 @@ class VciServiceGroupTest : public BoardTest {
     std::unique_ptr<VciGroupService> holder = std::make_unique<VciGroupService>(&loop, pool);
 };
 
+TEST_F(VciServiceGroupTest, CanConfigurationAndSendRequestsReachTheirServices) {
+    const auto set = Send(Frame({21, 43, 8, 0}));
+    ASSERT_EQ(set.size(), 1U);
+    EXPECT_EQ(Bytes(set[0].begin(), set[0].begin() + 7), (Bytes{0, 2, 0, 0, 0, 21, 43}));
+    const auto sent = Send(Frame({22, 52, 8, 0}, 0x11223344)); // on a channel that is closed
+    EXPECT_EQ(sent, (std::vector<Bytes>{
+                        {0, 5, 0, 0, 0, 104, 2, 12, 22, 52, 0x44, 0x33, 0x22, 0x11, 0, 0}}));
+}
+
+TEST_F(VciServiceGroupTest, TheStartAnswersAClearOfTheConfigurationBeforeItReadsRequests) {
+    holder->Init();
+    EXPECT_TRUE(Answers().empty()); // no clear has asked for this start
+}
+
 TEST_F(VciServiceGroupTest, InitStartsTheSyncService) {
     board.Gpio("gpiochip1").writes.clear();
     holder->Init();

@@ -13,8 +13,8 @@ Bytes BytesOf(const BcmMessage& message) {
     return {message.Data(), message.Data() + message.Size()};
 }
 
-bcm_msg_head HeadOf(const BcmMessage& message) {
-    bcm_msg_head head{};
+net::BcmHead HeadOf(const BcmMessage& message) {
+    net::BcmHead head{};
     std::copy_n(message.Data(), sizeof(head), reinterpret_cast<uint8_t*>(&head));
     return head;
 }

@@ -2,11 +2,10 @@
 
 #include "doubles/CanSockets.h"
 #include "drivers/CanManage.h"
+#include "net/BcmMessage.h"
 #include "support/BoardTest.h"
 
 #include <cstring>
-
-#include <linux/can/bcm.h>
 
 namespace {
 
@@ -76,8 +75,8 @@ class CanSendTest : public BoardTest {
         send.SetPeriodicSendTask(Request(ch, entries));
     }
 
-    static bcm_msg_head Head(const CanSockets::Message& message) {
-        bcm_msg_head head{};
+    static net::BcmHead Head(const CanSockets::Message& message) {
+        net::BcmHead head{};
         std::memcpy(&head, message.data(), sizeof(head));
         return head;
     }
@@ -93,7 +92,7 @@ class CanSendTest : public BoardTest {
 
     static can_frame FrameOf(const CanSockets::Message& message) {
         can_frame frame{};
-        std::memcpy(&frame, message.data() + sizeof(bcm_msg_head), sizeof(frame));
+        std::memcpy(&frame, message.data() + sizeof(net::BcmHead), sizeof(frame));
         return frame;
     }
 
