@@ -160,7 +160,8 @@ class Road {
             if (last_[5] == ERR_INFO_SERVICE_GID && last_[6] == SERVICE_ERR_SID) {
                 Require(n == 5 && NegtiveErrorCodeName(last_[7]) != nullptr, "an unknown refusal");
             } else {
-                Require((n == 10 && last_[5] == DEVICE_SYNCHRONIZATION_SERVICE_GID) ||
+                Require((n == 10 && (last_[5] == DEVICE_SYNCHRONIZATION_SERVICE_GID ||
+                                     last_[5] == DATA_RECORD_SERVICE_GID)) ||
                             ((n == 2 || n == 10) && last_[5] == NET_CONFIG_SERVICE_GID) ||
                             (n == 10 && last_[5] == SEND_NET_FRAME_SERVICE_GID),
                         "an answer that nobody asked for");

@@ -7,11 +7,13 @@ VciGroupService::VciGroupService(ZephEventLoop* loop,
                                  const std::shared_ptr<ZephEventLoopThreadPool>& pool)
     : VciService(loop),
       func_map{
+          {DATA_RECORD_SERVICE_GID, &VciGroupService::DataRecordGroupService},
           {DEVICE_SYNCHRONIZATION_SERVICE_GID, &VciGroupService::DevSyncGroupService},
           {NET_CONFIG_SERVICE_GID, &VciGroupService::NetCfgGroupService},
           {SEND_NET_FRAME_SERVICE_GID, &VciGroupService::NetSendMsgGroupService},
       },
       ethCfgSrv_(loop),
+      recordSrv_(loop),
       devSyncSrv_(loop),
       sendSrv_(loop, pool),
       boundary_([this](uint8_t gid) { return func_map.count(static_cast<GroupId>(gid)) != 0; },
@@ -20,6 +22,7 @@ VciGroupService::VciGroupService(ZephEventLoop* loop,
 void VciGroupService::Init() {
     ethCfgSrv_.Init();
     devSyncSrv_.Init();
+    recordSrv_.Init();
 }
 
 void VciGroupService::HandleUsbEvent() {
@@ -58,6 +61,10 @@ void VciGroupService::Refuse(uint32_t msgLen, NegtiveErrorCode code) {
 template <typename Service> void VciGroupService::Forward(Service& service) {
     service.usbDataNum = usbDataNum;
     service.HandleReadEvent();
+}
+
+void VciGroupService::DataRecordGroupService() {
+    Forward(recordSrv_);
 }
 
 void VciGroupService::DevSyncGroupService() {

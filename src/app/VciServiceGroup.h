@@ -2,6 +2,7 @@
 
 #include "app/FrameBoundary.h"
 #include "common/VciService.h"
+#include "modules/DataRecordService.h"
 #include "modules/DevSyncService.h"
 #include "modules/NetCfgService.h"
 #include "modules/VciSendService.h"
@@ -34,6 +35,7 @@ class VciGroupService : public VciService {
   private:
     void Refuse(uint32_t msgLen, NegtiveErrorCode code);
 
+    void DataRecordGroupService();
     void DevSyncGroupService();
     void NetCfgGroupService();
     void NetSendMsgGroupService();
@@ -41,6 +43,7 @@ class VciGroupService : public VciService {
 
     std::map<GroupId, void (VciGroupService::*)()> func_map;
     NetCfgService ethCfgSrv_;
+    DataRecordService recordSrv_;
     DevSyncService devSyncSrv_;
     VciSendService sendSrv_;
     FrameBoundary boundary_;

@@ -18,13 +18,19 @@ struct Packet {
     int length; // bytes in `buf`
 };
 
-// Orders buckets for a heap whose top has the oldest front packet. The buckets are not empty; those
-// with fronts of one time stand in no order.
-struct BucketComparator {
-    using Bucket = std::shared_ptr<std::queue<std::shared_ptr<Packet>>>;
+// The packets of one channel, in the order of their arrival.
+using PacketBucket = std::queue<std::shared_ptr<Packet>>;
 
-    bool operator()(const Bucket& a, const Bucket& b) const {
-        return a->front()->timestamp > b->front()->timestamp;
+// A bucket in the heap, with the time of its front packet.
+struct HeapEntry {
+    uint64_t timestamp;
+    PacketBucket* bucket;
+};
+
+// Orders a heap whose top has the oldest front packet. Entries of one time stand in no order.
+struct BucketComparator {
+    bool operator()(const HeapEntry& a, const HeapEntry& b) const {
+        return a.timestamp > b.timestamp;
     }
 };
 
@@ -45,8 +51,9 @@ class PacketBuckets {
     bool Drain(uint64_t boundary, const Sink& sink);
 
   private:
-    using Bucket = BucketComparator::Bucket;
+    void FillHeap(uint64_t boundary);
+    void SettleTop();
 
-    std::vector<Bucket> packetBuckets_;
-    std::vector<Bucket> minHeap_; // empty between two drains; keeps its memory
+    std::vector<PacketBucket> packetBuckets_;
+    std::vector<HeapEntry> minHeap_; // empty between two drains; keeps its memory
 };
