@@ -5,19 +5,43 @@
 
 #include <fmt/format.h>
 
-AskResult Ask(vcihost::Session& session, const vcihost::Bytes& service,
-              std::chrono::milliseconds timeout) {
-    AskResult result;
-    const auto answer = session.Ask(service, timeout);
+namespace {
+
+// The positive answer; nothing, with `status` set and a complaint made, when there is none.
+std::optional<vcihost::Answer> AskAny(vcihost::Session& session, const vcihost::Bytes& service,
+                                      std::chrono::milliseconds timeout,
+                                      const RefusalAdvice& advice, ExitStatus& status) {
+    auto answer = session.Ask(service, timeout);
     if (!answer) {
         Complain(fmt::format("no answer within {} ms; does the application on the device run?",
                              timeout.count()));
-        result.status = kExitNoAnswer;
-        return result;
+        status = kExitNoAnswer;
+        return std::nullopt;
     }
     if (answer->refusal) {
-        Complain("device refused: " + answer->refusal->Text());
-        result.status = kExitRefused;
+        ComplainOfRefusal(*answer->refusal, advice);
+        status = kExitRefused;
+        return std::nullopt;
+    }
+    return answer;
+}
+
+} // namespace
+
+void ComplainOfRefusal(const vcihost::NegativeResponse& refusal, const RefusalAdvice& advice) {
+    std::string text = "device refused: " + refusal.Text();
+    const std::string more = advice ? advice(refusal.code) : "";
+    if (!more.empty()) {
+        text += "; " + more;
+    }
+    Complain(text);
+}
+
+AskResult Ask(vcihost::Session& session, const vcihost::Bytes& service,
+              std::chrono::milliseconds timeout, const RefusalAdvice& advice) {
+    AskResult result;
+    const auto answer = AskAny(session, service, timeout, advice, result.status);
+    if (!answer) {
         return result;
     }
     const auto message = vcihost::ParseMessage(answer->bytes);
@@ -31,4 +55,11 @@ AskResult Ask(vcihost::Session& session, const vcihost::Bytes& service,
     result.sent = answer->sent;
     result.received = answer->received;
     return result;
+}
+
+ExitStatus AskPlain(vcihost::Session& session, const vcihost::Bytes& service,
+                    std::chrono::milliseconds timeout) {
+    ExitStatus status = kExitOk;
+    static_cast<void>(AskAny(session, service, timeout, {}, status));
+    return status;
 }

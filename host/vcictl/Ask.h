@@ -3,7 +3,9 @@
 #include "vcictl/ExitStatus.h"
 #include "vcihost/Session.h"
 
-// What came of a request of group 16, whose answers all carry the device time.
+#include <string>
+
+// What came of a request whose answer carries the device time.
 struct AskResult {
     ExitStatus status = kExitOk;
     uint64_t deviceTime = 0; // nanoseconds; set like the rest when the status is kExitOk
@@ -11,7 +13,17 @@ struct AskResult {
     vcihost::Deadline received;
 };
 
+// What to do about a refusal with this code, to stand behind it; empty for nothing.
+using RefusalAdvice = std::function<std::string(uint8_t code)>;
+
 // Asks, and tells on standard error what went wrong: a refusal by name, no answer within `timeout`,
 // an answer without a time.
 AskResult Ask(vcihost::Session& session, const vcihost::Bytes& service,
-              std::chrono::milliseconds timeout);
+              std::chrono::milliseconds timeout, const RefusalAdvice& advice = {});
+
+// The same for a request whose answer carries nothing.
+ExitStatus AskPlain(vcihost::Session& session, const vcihost::Bytes& service,
+                    std::chrono::milliseconds timeout);
+
+// Tells of a refusal on standard error.
+void ComplainOfRefusal(const vcihost::NegativeResponse& refusal, const RefusalAdvice& advice);

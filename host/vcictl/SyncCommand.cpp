@@ -49,13 +49,6 @@ constexpr char kWatchFooter[] =
     "  vcictl sync watch\n"
     "  vcictl sync watch --wait 10000 --count 1 --json";
 
-CLI::App* AddPart(CLI::App& app, const char* name, const char* summary, const char* footer) {
-    CLI::App* const part = app.add_subcommand(name, summary);
-    part->fallthrough();
-    part->footer(footer);
-    return part;
-}
-
 } // namespace
 
 SyncCommand::SyncCommand(CLI::App& app) {

@@ -39,8 +39,11 @@ Bytes SetSyncState(bool up) {
 }
 
 std::optional<uint64_t> TimeInAnswer(const Message& message) {
-    if (message.gid != DEVICE_SYNCHRONIZATION_SERVICE_GID ||
-        message.payload.size() != kTimeLength) {
+    const bool timed = message.gid == DEVICE_SYNCHRONIZATION_SERVICE_GID ||
+                       message.gid == DATA_RECORD_SERVICE_GID ||
+                       message.gid == NET_CONFIG_SERVICE_GID ||
+                       message.gid == SEND_NET_FRAME_SERVICE_GID;
+    if (!timed || message.payload.size() != kTimeLength) {
         return std::nullopt;
     }
     return WireReader(message.payload).U64();

@@ -62,6 +62,11 @@ std::optional<Answer> Session::Ask(std::span<const uint8_t> service,
     return std::nullopt;
 }
 
+uint32_t Session::Tell(std::span<const uint8_t> service, std::chrono::milliseconds timeout) {
+    transport_.Send(BuildFrame(service, ++lastHandle_), After(timeout));
+    return lastHandle_;
+}
+
 size_t Session::Drain() {
     size_t count = 0;
     for (; count < kMostDrained; ++count) {

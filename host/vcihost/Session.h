@@ -32,6 +32,10 @@ class Session {
     // Throws TransportError, Interrupted.
     std::optional<Answer> Ask(std::span<const uint8_t> service, std::chrono::milliseconds timeout);
 
+    // Sends a service section under the next handle and waits for nothing: for requests that have
+    // no answer. Returns the handle, which a refusal names. Throws TransportError, Interrupted.
+    uint32_t Tell(std::span<const uint8_t> service, std::chrono::milliseconds timeout);
+
     // Passes aside every message that waits now. Returns their number.
     size_t Drain();
 

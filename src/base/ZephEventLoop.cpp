@@ -117,8 +117,8 @@ void ZephEventLoop::queueInLoop(Functor cb) {
         hasPending_ = true;
     }
     // From other threads a loop is woken only if it waits: one that works looks for functors before
-    // it does. A functor that queues another wakes its own loop, as it always did: the next
-    // iteration shows that wake-up as an event.
+    // it does. A functor that queues another wakes its own loop: the next iteration
+    // shows that wake-up as an event.
     if (isInLoopThread() ? callingPendingFunctors_ : waiting_) {
         wakeup();
     }

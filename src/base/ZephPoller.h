@@ -31,7 +31,7 @@ class ZephPoller {
     bool hasChannel(ZephChannel* channel) const;
 
     // The epoll poller, or null when the environment variable "ZEPH_USE_POLL" is set, to any value:
-    // it asks for a poller that was never written.
+    // it asks for a poller that is not there.
     static std::unique_ptr<ZephPoller> newDefaultPoller(ZephEventLoop* loop);
 
   protected:

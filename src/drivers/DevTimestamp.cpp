@@ -26,7 +26,7 @@ DevTimestamp::DevTimestamp() : basicConfig_(VersionManager::GetInstance().GetBas
 
 uint64_t DevTimestamp::GetTimestamp() const {
     // The low word comes first and is not read again: across a carry between the two reads the
-    // result is one high-word step ahead. Hosts know the device's time that way.
+    // result is one high-word step ahead: part of what the device time is.
     uint32_t low = 0;
     uint32_t high = 0;
     regAccess_->Read(basicConfig_->GetTimestampLowOffset(), low);

@@ -69,7 +69,7 @@ int RegBlock::ReadBit(uint32_t offset, uint8_t bit, bool& value) {
     if (Read(offset, word) == 0) {
         value = (word >> bit & 1U) != 0;
     }
-    return kReadFailed; // also after a good read: callers rely on the stored bit alone
+    return kReadFailed; // also after a good read: only the stored bit tells
 }
 
 int RegBlock::WriteRegion(uint32_t offset, uint8_t startBit, uint8_t endBit, uint32_t value) {

@@ -16,7 +16,7 @@ namespace {
 const auto devMem = DevMemUtil::GetInstance();
 const auto timestamp = Drivers::DevTimestamp::GetInstance();
 
-std::unique_ptr<VciManage> vciManage; // global, so that a signal can reach it
+std::unique_ptr<VciManage> vciManage; // global, so that HandleSignal can reach it
 
 // Almost nothing may be called inside a signal handler, while the exit prints, waits for children
 // and wakes loops. The handler only posts; the main thread does the rest in HandleSignal, between

@@ -16,9 +16,9 @@ constexpr uint32_t kNodeLength = 3;
 constexpr uint32_t kStartStopLength = 4;
 constexpr uint32_t kErrorUploadLength = 14;
 
-// What a host expects around the bus type of a sync drop.
-constexpr uint8_t kBeforeBusType = 1;
-constexpr uint8_t kBehindBusType = 0;
+// A sync drop is one error, and of no channel.
+constexpr uint8_t kErrorCount = 1;
+constexpr uint8_t kNoChannel = 0;
 
 constexpr time_t kStateDownDelay = 1; // seconds from a drop to SYNC_DOWN
 
@@ -85,8 +85,8 @@ void DevSyncService::SetHardwareSyncNode() {
     }
     const uint8_t mode = pReqSrv[2];
     if (mode > Drivers::Master) {
-        // Not the end: the mode's low bit is set and a positive answer follows. Hosts in the field
-        // count on both answers.
+        // Not the end: the mode's low bit is set and a positive answer follows. A host gets both
+        // answers, in this order.
         UsbNegtiveResponse(VALUE_OUTOF_RANGE);
     }
     sync_.SetTimeSynNodeMode(static_cast<Drivers::TimeSynNodeMode>(mode));
@@ -121,9 +121,9 @@ void DevSyncService::SyncUploadErrorCb() {
         .U8(ERR_INFO_SERVICE_GID)
         .U8(BUS_TROUBLE_SID)
         .U64(Drivers::DevTimestamp::GetInstance()->GetTimestamp())
-        .U8(kBeforeBusType)
+        .U8(kErrorCount)
         .U8(Drivers::SyncLine)
-        .U8(kBehindBusType)
+        .U8(kNoChannel)
         .U8(Drivers::Dropped);
     upload.Send();
 }

@@ -112,4 +112,16 @@ TEST(Session, ARequestWithoutGidAndSidIsNotSent) {
     EXPECT_TRUE(device.Received().empty());
 }
 
+TEST(SessionTell, SendsUnderTheNextHandleAndWaitsForNothing) {
+    FakeDevice device(FakeDevice::Silent);
+    const auto transport = Transport::Open(device.path(), Waiter());
+    Session session(*transport);
+    EXPECT_EQ(session.Tell(SyncRequest(), 5s), 1U);
+    EXPECT_EQ(session.Tell(SyncRequest(), 5s), 2U);
+    EXPECT_FALSE(session.Ask(SyncRequest(), 20ms));
+    ASSERT_EQ(device.Received().size(), 3U);
+    EXPECT_EQ(ToHex(device.Received()[1]), "00020000001001020000000000000000");
+    EXPECT_EQ(ToHex(device.Received()[2]), "00020000001001030000000000000000");
+}
+
 } // namespace

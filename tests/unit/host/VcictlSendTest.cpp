@@ -252,7 +252,17 @@ TEST(VcictlHelp, EveryCommandHasHelpWithExamples) {
                                                             {"sync", "down"},
                                                             {"sync", "watch"},
                                                             {"sync", "request"},
-                                                            {"sync", "followup"}};
+                                                            {"sync", "followup"},
+                                                            {"can"},
+                                                            {"can", "set"},
+                                                            {"can", "open"},
+                                                            {"can", "close"},
+                                                            {"can", "mode"},
+                                                            {"can", "ssp"},
+                                                            {"can", "term"},
+                                                            {"can", "send"},
+                                                            {"can", "cyclic"},
+                                                            {"can", "plan"}};
     for (auto command : commands) {
         const std::string name = command.empty() ? "vcictl" : command.back();
         command.emplace_back("--help");

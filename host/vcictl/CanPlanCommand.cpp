@@ -1,0 +1,131 @@
+#include "vcictl/CanPlanCommand.h"
+
+#include "vcictl/CanPlanOutput.h"
+#include "vcihost/CanChannel.h"
+#include "vcihost/Notation.h"
+#include "vcihost/PlanSvg.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+constexpr char kFooter[] =
+    "Shows the plan that a device makes which has planned nothing before: for each frame its time\n"
+    "on the bus, its offset in the window, the delay until the first one, and how many of its\n"
+    "instances in a window meet another frame. All channels share one plan.\n"
+    "\n"
+    "--trace reads what a virtual bus has carried and prints beside the plan, for each frame: how\n"
+    "many were due, seen and lost, how far the first start lay off the grid, offset and period\n"
+    "measured, how far neighbouring starts are from whole periods apart (median, 99th percentile,\n"
+    "maximum), the longest wait in the queue, and how many had to wait for another frame. The "
+    "grid\n"
+    "is laid so that the median of the first frame of the table is 0.\n"
+    "\n"
+    "Exit status: 0 done, 1 with --max-jitter: a frame was lost, not seen twice, or further from\n"
+    "its spacing; 2 wrong usage or trouble with a file.\n"
+    "\n"
+    "Examples:\n"
+    "  vcictl can plan 123#1122334455667788@10ms 124#1122334455667788@10ms --bitrate 500k\n"
+    "  vcictl can plan 123#11@10ms can1:124##122@20ms --bitrate 500k --dbitrate 2M --svg plan.svg\n"
+    "  vcictl can plan 123#11@10ms --bitrate 500k --trace bus.txt --max-jitter 200us";
+
+vcihost::BusTrace ReadTrace(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) {
+        throw UsageError(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
+    }
+    auto trace = vcihost::BusTrace::Read(file, path);
+    if (file.bad()) {
+        throw UsageError(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
+    }
+    return trace;
+}
+
+void WriteFile(const std::string& path, const std::string& text) {
+    std::ofstream file(path);
+    if (!(file << text) || !file.flush()) {
+        throw UsageError(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
+    }
+}
+
+} // namespace
+
+CanPlanCommand::CanPlanCommand(CLI::App& app) {
+    app.footer(kFooter);
+    app.add_option("FRAME@PERIOD", frames_, "Frames; can1: in front names another channel")
+        ->required()
+        ->type_name("");
+    app.add_option("--bitrate", rate_, "Nominal bit rate of all channels")
+        ->required()
+        ->type_name("RATE");
+    app.add_option("--dbitrate", dataRate_, "Data bit rate of all channels")->type_name("RATE");
+    app.add_option("--channel", channel_, "Channel of the frames that name none")
+        ->type_name("CHANNEL")
+        ->capture_default_str();
+    CLI::Option* const trace =
+        app.add_option("--trace", traceFile_, "Trace of a virtual bus")->type_name("FILE");
+    app.add_option("--svg", svgFile_, "Draw one window of the plan, and of the trace")
+        ->type_name("FILE");
+    app.add_flag("--json", json_, "Print a JSON object");
+    app.add_option("--max-jitter", maxJitter_, "End with status 1 above this: 200us")
+        ->type_name("TIME")
+        ->needs(trace);
+}
+
+ExitStatus CanPlanCommand::Run(Tool& tool) {
+    const uint8_t channel = vcihost::ParseCanChannel(channel_);
+    std::vector<vcihost::CanTask> tasks;
+    for (const std::string& text : frames_) {
+        tasks.push_back(vcihost::ParseChannelTask(text, channel));
+    }
+    vcihost::CheckDistinct(tasks);
+    const auto plan = vcihost::PlanCanTasks(tasks, PlanRates(rate_, dataRate_, tasks));
+    std::optional<vcihost::BusTrace> trace;
+    std::optional<vcihost::PlanReceipt> receipt;
+    if (!traceFile_.empty()) {
+        trace = ReadTrace(traceFile_);
+        receipt = vcihost::PlanReceipt::Make(plan, *trace);
+    }
+    const auto* const measured = receipt ? &*receipt : nullptr;
+    if (!svgFile_.empty()) {
+        WriteFile(svgFile_, vcihost::PlanSvg(plan, trace ? &*trace : nullptr, measured));
+    }
+    if (json_) {
+        tool.out.Line(PlanJson(plan, measured).dump());
+    } else {
+        PrintPlan(tool.out, plan);
+        if (receipt) {
+            PrintReceipt(tool.out, plan, *receipt);
+        }
+    }
+    return maxJitter_.empty() ? kExitOk : CheckJitter(plan, *receipt);
+}
+
+ExitStatus CanPlanCommand::CheckJitter(const vcihost::CanPlan& plan,
+                                       const vcihost::PlanReceipt& receipt) const {
+    const auto limit = vcihost::ParseDuration("--max-jitter", maxJitter_);
+    ExitStatus status = kExitOk;
+    for (size_t i = 0; i < plan.tasks.size(); ++i) {
+        const vcihost::TaskReceipt& task = receipt.tasks[i];
+        std::string fault;
+        if (task.lost > 0) {
+            fault = fmt::format("{} of {} frames lost", task.lost, *task.due);
+        } else if (!task.spacingMax) {
+            fault = fmt::format("seen {} times, jitter not measured", task.seen);
+        } else if (*task.spacingMax > limit.count()) {
+            fault = fmt::format("jitter {:.1f} us, above {}",
+                                static_cast<double>(*task.spacingMax) / 1000, maxJitter_);
+        } else {
+            continue;
+        }
+        Complain(fmt::format("{} {}: {}", vcihost::CanChannelName(plan.tasks[i].task.channel),
+                             vcihost::CanIdText(plan.tasks[i].task.frame), fault));
+        status = kExitRefused;
+    }
+    return status;
+}

@@ -1,0 +1,208 @@
+#include "common/GlobalEnums.h"
+#include "vcihost/CanRequest.h"
+#include "vcihost/Describe.h"
+#include "vcihost/DeviceTime.h"
+#include "vcihost/Notation.h"
+
+#include <fmt/format.h>
+
+// Groups 21 and 22 in words.
+namespace vcihost {
+
+namespace {
+
+constexpr size_t kTimeLength = 8;
+
+std::string ChannelText(uint8_t code) {
+    const auto channel = static_cast<uint8_t>(code - kFirstCanCode);
+    return channel < kCanChannels ? CanChannelName(channel)
+                                  : fmt::format("channel {} (no CAN channel)", code);
+}
+
+// A byte that is 0 or 1.
+std::string Choice(uint8_t value, const char* zero, const char* one) {
+    if (value > 1) {
+        return fmt::format("{} (no choice)", value);
+    }
+    return value == 0 ? zero : one;
+}
+
+std::string PhaseText(const BitTiming& timing) {
+    std::string text = fmt::format("brp {} sjw {} seg1 {} seg2 {}", timing.brp, timing.sjw,
+                                   timing.seg1, timing.seg2);
+    if (timing.brp != 0) {
+        text += fmt::format(" ({} bit/s, sample point {:.1f} %)", BitRateText(timing.Rate()),
+                            timing.SamplePoint() * 100);
+    }
+    return text;
+}
+
+BitTiming ReadPhase(WireReader& reader) {
+    BitTiming timing;
+    timing.brp = reader.U8();
+    timing.sjw = reader.U8();
+    timing.seg1 = reader.U8();
+    timing.seg2 = reader.U8();
+    return timing;
+}
+
+std::optional<Words> Timing(std::span<const uint8_t> payload) {
+    WireReader reader(payload);
+    const uint8_t code = reader.U8();
+    const uint8_t type = reader.U8();
+    const uint8_t listen = reader.U8();
+    const BitTiming nominal = ReadPhase(reader);
+    Words words{fmt::format("can timing: {}, {}, {}, nominal {}", ChannelText(code),
+                            Choice(type, "classic", "CAN FD"),
+                            Choice(listen, "normal", "listen-only"), PhaseText(nominal)),
+                {{"channel", uint64_t{code}},
+                 {"type", uint64_t{type}},
+                 {"listen", uint64_t{listen}},
+                 {"nominal", PhaseText(nominal)}}};
+    // The data phase of a classic channel is not looked at, and may be left out.
+    if (type == 1 || reader.Left() > 0) {
+        const BitTiming data = ReadPhase(reader);
+        if (type == 1) {
+            words.text += ", data " + PhaseText(data);
+            words.fields.push_back({"data", PhaseText(data)});
+        }
+    }
+    if (!reader.ok() || reader.Left() > 0) {
+        return std::nullopt;
+    }
+    return words;
+}
+
+std::optional<Words> SecondPoint(std::span<const uint8_t> payload) {
+    if (payload.size() != 3) {
+        return std::nullopt;
+    }
+    return Words{
+        fmt::format("second sample point: {}, {}", ChannelText(payload[0]),
+                    Choice(payload[1], "off", fmt::format("offset {}", payload[2]).c_str())),
+        {{"channel", uint64_t{payload[0]}},
+         {"status", uint64_t{payload[1]}},
+         {"offset", uint64_t{payload[2]}}}};
+}
+
+std::optional<Words> Termination(std::span<const uint8_t> payload) {
+    if (payload.size() != 2) {
+        return std::nullopt;
+    }
+    static constexpr const char* kSettings[] = {"no resistor", "add the first resistor",
+                                                "add the second resistor"};
+    const uint8_t setting = payload[1];
+    return Words{fmt::format("termination: {}, {}", ChannelText(payload[0]),
+                             setting <= kMostTermination
+                                 ? kSettings[setting]
+                                 : fmt::format("{} (no setting)", setting).c_str()),
+                 {{"channel", uint64_t{payload[0]}}, {"termination", uint64_t{setting}}}};
+}
+
+std::optional<Words> Status(std::span<const uint8_t> payload) {
+    if (payload.size() != 2) {
+        return std::nullopt;
+    }
+    return Words{fmt::format("can status: {}, {}", ChannelText(payload[0]),
+                             Choice(payload[1], "close", "open")),
+                 {{"channel", uint64_t{payload[0]}}, {"open", uint64_t{payload[1]}}}};
+}
+
+std::optional<Words> Mode(std::span<const uint8_t> payload) {
+    if (payload.size() != 2) {
+        return std::nullopt;
+    }
+    return Words{fmt::format("controller mode: {}, {}", ChannelText(payload[0]),
+                             Choice(payload[1], "normal", "listen-only")),
+                 {{"channel", uint64_t{payload[0]}}, {"listen", uint64_t{payload[1]}}}};
+}
+
+// Head and entries of a request of several frames, which must fill the payload.
+std::optional<Words> Entries(const char* name, std::span<const uint8_t> payload, bool periodic) {
+    WireReader reader(payload);
+    const uint8_t code = reader.U8();
+    const uint8_t count = reader.U8();
+    std::string frames;
+    for (unsigned i = 0; i < count && reader.ok(); ++i) {
+        uint16_t periodMs = 0;
+        const CanFrame frame = ReadCanFrame(reader, periodic ? &periodMs : nullptr);
+        frames += i > 0 ? ", " : "";
+        if (!periodic) {
+            frames += CanFrameText(frame);
+        } else if (periodMs == 0) {
+            frames += "stop " + CanIdText(frame);
+        } else {
+            frames += fmt::format("{} every {} ms", CanFrameText(frame), periodMs);
+        }
+    }
+    if (!reader.ok() || reader.Left() > 0) {
+        return std::nullopt;
+    }
+    return Words{
+        fmt::format("{}: {}, {}", name, ChannelText(code), count == 0 ? "nothing" : frames.c_str()),
+        {{"channel", uint64_t{code}}, {"count", uint64_t{count}}, {"frames", frames}}};
+}
+
+std::optional<Words> Periodic(std::span<const uint8_t> payload) {
+    return Entries("periodic send", payload, true);
+}
+
+std::optional<Words> Burst(std::span<const uint8_t> payload) {
+    return Entries("burst send", payload, false);
+}
+
+std::optional<Words> Silent(std::span<const uint8_t> payload) {
+    WireReader reader(payload);
+    const uint8_t code = reader.U8();
+    const std::string frame = CanFrameText(ReadCanFrame(reader));
+    if (!reader.ok() || reader.Left() > 0) {
+        return std::nullopt;
+    }
+    return Words{fmt::format("send without answer: {}, {}", ChannelText(code), frame),
+                 {{"channel", uint64_t{code}}, {"frames", frame}}};
+}
+
+std::optional<Words> ShortAnswer(std::span<const uint8_t> payload) {
+    if (!payload.empty()) {
+        return std::nullopt;
+    }
+    return Words{"done", {}};
+}
+
+std::optional<Words> TimedAnswer(const char* what, std::span<const uint8_t> payload) {
+    if (payload.size() != kTimeLength) {
+        return std::nullopt;
+    }
+    const uint64_t time = WireReader(payload).U64();
+    return Words{fmt::format("{}, device time {}", what, TimeText(time)), {{"device_ns", time}}};
+}
+
+std::optional<Words> DoneAnswer(std::span<const uint8_t> payload) {
+    return TimedAnswer("done", payload);
+}
+
+// The device has not looked at the entries yet.
+std::optional<Words> AcceptedAnswer(std::span<const uint8_t> payload) {
+    return TimedAnswer("accepted", payload);
+}
+
+constexpr uint8_t kSetUp = NET_CONFIG_SERVICE_GID;
+constexpr uint8_t kSend = SEND_NET_FRAME_SERVICE_GID;
+constexpr ServiceWords kServices[] = {
+    {kSetUp, kCanTimingSid, false, "can timing", Timing, ShortAnswer},
+    {kSetUp, kCanSecondPointSid, false, "second sample point", SecondPoint, ShortAnswer},
+    {kSetUp, kCanTerminationSid, false, "termination", Termination, ShortAnswer},
+    {kSetUp, kCanStatusSid, false, "can status", Status, DoneAnswer},
+    {kSetUp, kCanModeSid, false, "controller mode", Mode, ShortAnswer},
+    {kSend, kCanPeriodicSid, false, "periodic send", Periodic, AcceptedAnswer},
+    {kSend, kCanBurstSid, false, "burst send", Burst, DoneAnswer},
+    {kSend, kCanSilentSid, false, "send without answer", Silent, nullptr},
+};
+
+} // namespace
+
+std::span<const ServiceWords> CanGroupWords() {
+    return kServices;
+}
+
+} // namespace vcihost
