@@ -86,5 +86,15 @@ bool vboard_seat_report(struct vboard_condition *c, struct vboard_seat *seat,
  * if ordinary memory could count by itself, in steps of 10. Any context.
  */
 u64 vboard_time_ns(void);
+/* The device time at a moment of the kernel's monotonic clock. Any context. */
+u64 vboard_time_at(u64 monotonic_ns);
+
+/*
+ * Calls @beat each time the counter's memory is written, in hard interrupt
+ * context with a raw lock held: it must not ask for the device time. For
+ * registers that react to what is written into them. One at a time; NULL ends
+ * it, and nobody is in it any more when the call returns.
+ */
+void vboard_set_beat(void (*beat)(void));
 
 #endif

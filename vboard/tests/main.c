@@ -1,6 +1,7 @@
 // The board's stand-ins, tested from where the application and the tests stand.
 // Wants the daemon to be down: it takes its place at the USB link.
 #define _GNU_SOURCE
+#include "can.h"
 #include "check.h"
 
 #include <errno.h>
@@ -178,5 +179,10 @@ int main(void) {
     register_tests();
     gpio_tests();
     sync_tests();
+    can_register_tests();
+    can_bus_tests();
+    can_fault_tests();
+    can_bcm_tests();
+    can_load_tests();
     return failed_tests() == 0 ? 0 : 1;
 }
