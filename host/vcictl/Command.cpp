@@ -9,17 +9,20 @@
 
 #include <fmt/format.h>
 
-namespace {
-
-std::string ReadStandardInput() {
+std::string ReadStandardInput(const std::string& what) {
     std::string text(std::istreambuf_iterator<char>(std::cin), {});
     if (std::cin.bad()) {
-        throw UsageError("cannot read the hex from standard input");
+        throw UsageError("cannot read " + what + " from standard input");
     }
     return text;
 }
 
-} // namespace
+CLI::App* AddPart(CLI::App& app, const char* name, const char* summary, const char* footer) {
+    CLI::App* const part = app.add_subcommand(name, summary);
+    part->fallthrough();
+    part->footer(footer);
+    return part;
+}
 
 CLI::Option* AddNumber(CLI::App& app, const std::string& names, uint64_t& value, uint64_t max,
                        const std::string& help, const std::string& type,
@@ -52,7 +55,7 @@ void AddHex(CLI::App& app, std::vector<std::string>& pieces) {
 vcihost::Bytes HexBytes(const std::vector<std::string>& pieces) {
     std::string text;
     for (const std::string& piece : pieces) {
-        text += piece == "-" ? ReadStandardInput() : piece;
+        text += piece == "-" ? ReadStandardInput("the hex") : piece;
         text += ' '; // each piece holds whole bytes
     }
     try {

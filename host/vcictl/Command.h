@@ -35,6 +35,9 @@ class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// A subcommand of a command, which takes --device behind it as well. `footer` closes its help.
+CLI::App* AddPart(CLI::App& app, const char* name, const char* summary, const char* footer);
+
 // An option `names` ("--wait" and the like) that takes a whole number from 0 to `max`, decimal or
 // 0x, into `value`. `type` stands for it in the help, with `fallback`, if any, as its default.
 CLI::Option* AddNumber(CLI::App& app, const std::string& names, uint64_t& value, uint64_t max,
@@ -47,6 +50,9 @@ void AddHex(CLI::App& app, std::vector<std::string>& pieces);
 // The bytes of all pieces, at least one; a piece that is a single - stands for standard input.
 // Throws UsageError.
 vcihost::Bytes HexBytes(const std::vector<std::string>& pieces);
+
+// All of standard input. Throws UsageError, which names `what` was to be read.
+std::string ReadStandardInput(const std::string& what);
 
 // Nanoseconds of the host's wall clock since 1970.
 uint64_t WallClock();

@@ -13,8 +13,12 @@
 void Output::Line(std::string_view text) {
     std::string line(text);
     line += '\n';
-    for (size_t done = 0; done < line.size();) {
-        const ssize_t written = write(STDOUT_FILENO, line.data() + done, line.size() - done);
+    Write(line);
+}
+
+void Output::Write(std::string_view text) {
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t written = write(STDOUT_FILENO, text.data() + done, text.size() - done);
         if (written >= 0) {
             done += static_cast<size_t>(written);
         } else if (errno == EINTR) {

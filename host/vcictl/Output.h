@@ -16,4 +16,7 @@ class Output {
     // Writes the text and a line feed. Throws OutputError; vcihost::Interrupted when a signal ends
     // a write that blocks.
     void Line(std::string_view text);
+
+    // The same without a line feed, for many lines at once.
+    void Write(std::string_view text);
 };

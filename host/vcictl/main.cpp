@@ -1,5 +1,7 @@
+#include "vcictl/CanCommand.h"
 #include "vcictl/DecodeCommand.h"
 #include "vcictl/Interrupt.h"
+#include "vcictl/RecordCommand.h"
 #include "vcictl/SendCommand.h"
 #include "vcictl/SyncCommand.h"
 #include "vcictl/TalkCommand.h"
@@ -31,6 +33,8 @@ constexpr char kFooter[] =
     "Examples:\n"
     "  vcictl raw 1001                 send a service section, print the answer in hex\n"
     "  vcictl time --count 10          compare the device's clock with the host's\n"
+    "  vcictl can open can0            open a CAN channel\n"
+    "  vcictl record -o drive.pcapng   record all CAN channels to a file\n"
     "  vcictl talk -v session.talk     hold a conversation and show it\n"
     "\n"
     "vcictl COMMAND --help tells about one command.";
@@ -100,6 +104,8 @@ int Main(int argc, char** argv) {
                               SendCommand::Form::Frame);
     commands.Add<TimeCommand>("time", "Show the device's clock beside the host's");
     commands.Add<SyncCommand>("sync", "Drive and watch the sync line");
+    commands.Add<CanCommand>("can", "Set CAN channels up, send frames, plan periodic ones");
+    commands.Add<RecordCommand>("record", "Record what CAN channels send and receive");
     commands.Add<TalkCommand>("talk", "Hold the conversation of a file");
     commands.Add<DecodeCommand>("decode", "Tell a frame in words, without a device");
     try {

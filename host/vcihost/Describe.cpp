@@ -10,7 +10,8 @@ namespace vcihost {
 namespace {
 
 // A group that is to be told in words adds its table here.
-constexpr std::span<const ServiceWords> (*kTables[])() = {SyncGroupWords, ErrorGroupWords};
+constexpr std::span<const ServiceWords> (*kTables[])() = {RecordGroupWords, SyncGroupWords,
+                                                          CanGroupWords, ErrorGroupWords};
 
 const ServiceWords* FindService(uint8_t gid, uint8_t sid) {
     for (const auto table : kTables) {

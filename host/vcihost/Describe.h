@@ -47,7 +47,9 @@ struct ServiceWords {
     Reader message;
 };
 
-std::span<const ServiceWords> SyncGroupWords();  // group 16
-std::span<const ServiceWords> ErrorGroupWords(); // group 104, without the negative response
+std::span<const ServiceWords> RecordGroupWords(); // group 9
+std::span<const ServiceWords> SyncGroupWords();   // group 16
+std::span<const ServiceWords> CanGroupWords();    // groups 21 and 22
+std::span<const ServiceWords> ErrorGroupWords();  // group 104, without the negative response
 
 } // namespace vcihost

@@ -1,6 +1,10 @@
 #include "common/GlobalEnums.h"
+#include "vcihost/CanRecord.h"
 #include "vcihost/Describe.h"
+#include "vcihost/DeviceTime.h"
 #include "vcihost/ErrorUpload.h"
+
+#include <fmt/format.h>
 
 // Group 104 in words.
 namespace vcihost {
@@ -20,8 +24,31 @@ std::optional<Words> BusTrouble(std::span<const uint8_t> payload) {
                   {"code", uint64_t{upload->code}}}};
 }
 
+std::optional<Words> CanError(std::span<const uint8_t> payload) {
+    const auto record =
+        CanErrorRecord::From({ERR_INFO_SERVICE_GID, kCanErrorRecordSid, {}, payload, {}});
+    if (!record) {
+        return std::nullopt;
+    }
+    const char* const direction = record->received ? "rx" : "tx";
+    return Words{fmt::format("{} {} {} at {}", CanChannelName(record->channel), direction,
+                             record->Text(), TimeText(record->time)),
+                 {{"device_ns", record->time},
+                  {"channel", CanChannelName(record->channel)},
+                  {"direction", direction},
+                  {"code", uint64_t{record->code}},
+                  {"bit", uint64_t{record->bit}},
+                  {"position", uint64_t{record->position}},
+                  {"id", uint64_t{record->id}},
+                  {"frame_type", uint64_t{record->frameType}},
+                  {"protocol", uint64_t{record->protocol}},
+                  {"dlc", uint64_t{record->dlc}},
+                  {"data", ToHex(record->data)}}};
+}
+
 constexpr ServiceWords kServices[] = {
     {ERR_INFO_SERVICE_GID, BUS_TROUBLE_SID, true, "bus trouble", nullptr, BusTrouble},
+    {ERR_INFO_SERVICE_GID, kCanErrorRecordSid, true, "CAN error record", nullptr, CanError},
 };
 
 } // namespace

@@ -58,8 +58,6 @@ constexpr uint32_t kTermination = 4;
 constexpr uint8_t kSecondResistorBits = 6; // above the first resistor's bit
 
 constexpr int kWriteFailed = -0xFF02;
-constexpr int kModeListen = 2;
-constexpr int kModeNormal = 0;
 
 constexpr int kMostResetTries = 100;
 constexpr useconds_t kResetPause = 100; // microseconds
@@ -204,7 +202,7 @@ int CanDriver::SetTerminate(int mode) {
 }
 
 int CanDriver::SetControllerMode(int mode) {
-    if (mode == kModeListen) {
+    if (mode == kCanModeListen) {
         SetXilinxCanIpReset(); // a core that does not come back is programmed all the same
         const bool enabled = EnableOff();
         WriteTiming();
@@ -212,7 +210,7 @@ int CanDriver::SetControllerMode(int mode) {
         devRegAccess_->WriteBit(kListenReceive, kListenReceiveBit, true);
         devRegAccess_->WriteBit(kMode, kSnoopBit, true);
         RestoreEnable(enabled);
-    } else if (mode == kModeNormal) {
+    } else if (mode == kCanModeNormal) {
         const bool enabled = EnableOff();
         devRegAccess_->WriteBit(kMode, kSnoopBit, false);
         RestoreEnable(enabled);

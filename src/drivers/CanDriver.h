@@ -8,6 +8,10 @@
 #include <memory>
 #include <string>
 
+// Modes of a controller.
+constexpr int kCanModeNormal = 0;
+constexpr int kCanModeListen = 2;
+
 namespace Drivers {
 
 // One CAN channel over its two hardware blocks, which sit one behind the other: the Xilinx CAN FD

@@ -23,8 +23,6 @@ constexpr int kControlNotReleased = -11;
 constexpr int kChannelOpen = -1;
 
 constexpr int64_t kClock = 40000000; // Hz, of both cores
-constexpr int kModeListen = 2;
-constexpr int kModeNormal = 0;
 
 // At this data rate the cores sample better without the secondary sample point.
 constexpr int kRateWithoutSecondPoint = 1000000; // bit/s
@@ -54,8 +52,8 @@ std::atomic<int> CanManage::statusMask_;
 std::atomic<int> CanManage::ListenstatusMask_;
 std::atomic<int> CanManage::ListenchannelForbidden_;
 
-CanManage& CanManage::GetInstance() {
-    static CanManage instance;
+CanManage& CanManage::GetInstance(const std::string& chrDevices, const std::string& forbiddenFile) {
+    static CanManage instance(chrDevices, forbiddenFile);
     return instance;
 }
 
@@ -146,12 +144,12 @@ int CanManage::SetSecondarySamplePoint(int ch, int enable, int offset) {
 }
 
 int CanManage::SetControllerMode(int ch, int mode) {
-    if (mode == kModeListen) {
+    if (mode == kCanModeListen) {
         Assign(ListenstatusMask_, ch, true);
         if (Driver(ch).GetXilinxIpRxstatus()) {
             Assign(ListenchannelForbidden_, ch, true);
         }
-    } else if (mode == kModeNormal) {
+    } else if (mode == kCanModeNormal) {
         Assign(ListenstatusMask_, ch, false);
     }
     return Driver(ch).SetControllerMode(mode);

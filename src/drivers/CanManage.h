@@ -10,9 +10,10 @@
 #include <vector>
 
 constexpr int kCanChannels = 6;
+constexpr uint8_t kFirstCanCode = 8; // channel 0 in host messages, and the others behind it
 
-// Frames a channel since it was opened, by the recording; printed and zeroed when it is closed. Any
-// thread.
+// Frames per channel since it was opened, counted by the recording; printed and zeroed when it is
+// closed. Any thread.
 extern std::array<std::atomic<uint64_t>, kCanChannels> CanRxFrameNum;
 extern std::array<std::atomic<uint64_t>, kCanChannels> CanTxFrameNum;
 extern std::array<std::atomic<uint64_t>, kCanChannels> CanErrFrameNum;
@@ -21,17 +22,19 @@ extern std::array<std::atomic<uint64_t>, kCanChannels> CanFrameNum; // all of th
 namespace Drivers {
 
 // The owner of the six CAN channels and of what the rest of the program asks before it touches one.
-// Every operation takes the channel 0 to 5, which the caller has checked. Changes come from the
-// main thread alone; the static words may be read from any.
+// Every operation takes the channel 0 to 5, which the caller has checked. Lives on the main thread,
+// but for what says otherwise; the static words may be read from any.
 class CanManage {
   public:
-    static CanManage& GetInstance();
+    // The arguments, as of the constructor, count on the first call only.
+    static CanManage&
+    GetInstance(const std::string& chrDevices = "/dev/norvane_can",
+                const std::string& forbiddenFile = "/tmp/can_listen_forbidden_state");
 
     // Loads the listen-forbidden bits that the last orderly end has saved in `forbiddenFile`, and
     // the destructor saves them there: in /tmp, so that they last as long as the system stays up,
     // as a frame in a receive buffer does. `chrDevices` as of CanDriver.
-    explicit CanManage(const std::string& chrDevices = "/dev/norvane_can",
-                       std::string forbiddenFile = "/tmp/can_listen_forbidden_state");
+    CanManage(const std::string& chrDevices, std::string forbiddenFile);
     ~CanManage();
     CanManage(const CanManage&) = delete;
     CanManage& operator=(const CanManage&) = delete;
@@ -69,8 +72,8 @@ class CanManage {
     int GetNorvaneCanIpCoreChrFd(int ch) const { return Driver(ch).NorvaneCanChrFd(); }
 
     const int maxChannelCount_ = kCanChannels;
-    const int startChannel_ = 8; // channel 0 in host messages
-    const int endChannel_ = 13;
+    const int startChannel_ = kFirstCanCode;
+    const int endChannel_ = kFirstCanCode + kCanChannels - 1;
 
     // Bit rates in bit/s, 0 until timing has been set.
     static std::array<std::atomic<int>, kCanChannels> BaudRate_;

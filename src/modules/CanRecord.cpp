@@ -15,8 +15,6 @@ namespace {
 constexpr uint8_t kCanFrameSid = 25; // of group 9
 constexpr uint8_t kCanErrorSid = 6;  // of group 104
 
-constexpr uint8_t kFirstCode = 8; // channel 0 in records
-
 // Bytes of the service section before the payload, gid and sid included.
 constexpr uint32_t kFrameHead = 16;
 constexpr uint32_t kErrorHead = 20;
@@ -114,7 +112,7 @@ void CanRecord::CanCommonFrameHandle(const pcap_pkthdr* pkthdr, const CanPacket&
         .U32(serviceLength)
         .U8(DATA_RECORD_SERVICE_GID)
         .U8(kCanFrameSid)
-        .U8(static_cast<uint8_t>(channel + kFirstCode))
+        .U8(static_cast<uint8_t>(channel + kFirstCanCode))
         .U32(id);
     // A packet that was captured short of its payload still is a frame on the bus: what is missing
     // goes out as zeros.
@@ -176,7 +174,7 @@ void CanRecord::WriteErrorRecord(int channel, const ErrorInfo& info) {
         .U8(ERR_INFO_SERVICE_GID)
         .U8(kCanErrorSid)
         .U64(info.timestamp)
-        .U8(static_cast<uint8_t>(channel + kFirstCode))
+        .U8(static_cast<uint8_t>(channel + kFirstCanCode))
         .U8(info.errcode)
         .U16(info.errBit)
         .U8(info.potocolPos)

@@ -18,8 +18,7 @@
 namespace {
 
 // Channel codes in records and requests.
-constexpr int kFirstCanCode = 8;
-constexpr int kLastCanCode = 13;
+constexpr int kLastCanCode = kFirstCanCode + kCanChannels - 1;
 constexpr int kFirstLinCode = 50;
 
 constexpr int kLinChannels = 2;

@@ -9,12 +9,7 @@ namespace {
 
 constexpr uint8_t kClearAllConfigSid = 8;
 
-constexpr uint8_t kFirstChannel = 8; // channel 0 in host messages
 constexpr uint8_t kHighestTerminal = 2;
-
-// Values of CanManage::SetControllerMode.
-constexpr int kModeNormal = 0;
-constexpr int kModeListen = 2;
 
 } // namespace
 
@@ -45,16 +40,24 @@ void NetCfgService::HandleReadEvent() {
     HandleRequest(*this, func_map);
 }
 
-// 0 to 5; anything else is out of range. A wire value below 8 wraps round to there.
-uint8_t NetCfgService::Channel() const {
-    return static_cast<uint8_t>(pReqSrv[2] - kFirstChannel);
+// A wire value below 8 wraps round, out of range as well.
+std::optional<uint8_t> NetCfgService::CheckedChannel(uint8_t highest) {
+    const auto channel = static_cast<uint8_t>(pReqSrv[2] - kFirstCanCode);
+    if (channel >= kCanChannels || pReqSrv[3] > highest) {
+        UsbNegtiveResponse(VALUE_OUTOF_RANGE);
+        return std::nullopt;
+    }
+    return channel;
 }
 
 void NetCfgService::CanSetTimeParam() {
-    const uint8_t channel = Channel();
+    const auto channel = CheckedChannel(1);
+    if (!channel) {
+        return;
+    }
     const uint8_t type = pReqSrv[3];
     const uint8_t listen = pReqSrv[4];
-    if (channel >= kCanChannels || type > 1 || listen > 1) {
+    if (listen > 1) {
         UsbNegtiveResponse(VALUE_OUTOF_RANGE);
         return;
     }
@@ -62,57 +65,49 @@ void NetCfgService::CanSetTimeParam() {
     if (type == 1) {
         timeParam_.dataParam = {pReqSrv[9], pReqSrv[10], pReqSrv[11], pReqSrv[12]};
     }
-    canManager.SetTimeParam(channel, type, &timeParam_);
-    canManager.SetControllerMode(channel, listen == 0 ? kModeNormal : kModeListen);
+    canManager.SetTimeParam(*channel, type, &timeParam_);
+    canManager.SetControllerMode(*channel, listen == 0 ? kCanModeNormal : kCanModeListen);
     UsbShortResponse();
 }
 
 void NetCfgService::CanSetSecondSamplePoint() {
-    const uint8_t channel = Channel();
-    const uint8_t status = pReqSrv[3];
-    const uint8_t offset = pReqSrv[4];
-    if (channel >= kCanChannels || status > 1) {
-        UsbNegtiveResponse(VALUE_OUTOF_RANGE);
+    const auto channel = CheckedChannel(1);
+    if (!channel) {
         return;
     }
-    canManager.SetSecondarySamplePoint(channel, status, offset);
+    canManager.SetSecondarySamplePoint(*channel, pReqSrv[3], pReqSrv[4]);
     UsbShortResponse();
 }
 
 void NetCfgService::CanSetTermination() {
-    const uint8_t channel = Channel();
-    const uint8_t terminal = pReqSrv[3];
-    if (channel >= kCanChannels || terminal > kHighestTerminal) {
-        UsbNegtiveResponse(VALUE_OUTOF_RANGE);
+    const auto channel = CheckedChannel(kHighestTerminal);
+    if (!channel) {
         return;
     }
-    canManager.SetTerminal(channel, terminal);
+    canManager.SetTerminal(*channel, pReqSrv[3]);
     UsbShortResponse();
 }
 
 void NetCfgService::CanSetStatus() {
-    const uint8_t channel = Channel();
-    const uint8_t open = pReqSrv[3];
-    if (channel >= kCanChannels || open > 1) {
-        UsbNegtiveResponse(VALUE_OUTOF_RANGE);
+    const auto channel = CheckedChannel(1);
+    if (!channel) {
         return;
     }
-    if (open == 1) {
-        canManager.OpenDevice(channel);
+    if (pReqSrv[3] == 1) {
+        canManager.OpenDevice(*channel);
     } else {
-        canManager.CloseDevice(channel);
+        canManager.CloseDevice(*channel);
     }
     UsbTimeResponse();
 }
 
 void NetCfgService::CanSetControllerMode() {
-    const uint8_t channel = Channel();
-    const uint8_t listen = pReqSrv[3];
-    if (channel >= kCanChannels || listen > 1) {
-        UsbNegtiveResponse(VALUE_OUTOF_RANGE);
+    const auto channel = CheckedChannel(1);
+    if (!channel) {
         return;
     }
-    const int ret = canManager.SetControllerMode(channel, listen == 0 ? kModeNormal : kModeListen);
+    const int ret =
+        canManager.SetControllerMode(*channel, pReqSrv[3] == 0 ? kCanModeNormal : kCanModeListen);
     PrintLine("Set Can COntroller Mode: " + std::to_string(ret));
     UsbShortResponse();
 }

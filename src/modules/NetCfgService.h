@@ -4,6 +4,7 @@
 #include "drivers/CanManage.h"
 
 #include <map>
+#include <optional>
 #include <string>
 
 enum NetCfgGroup : uint8_t {
@@ -37,7 +38,9 @@ class NetCfgService : public VciService {
     void CanSetStatus();
     void CanSetControllerMode();
 
-    uint8_t Channel() const;
+    // The channel 0 to 5 of a request whose value behind it is at most `highest`. Otherwise
+    // nothing, and the host has its refusal.
+    std::optional<uint8_t> CheckedChannel(uint8_t highest);
 
     std::map<NetCfgGroup, void (NetCfgService::*)()> func_map;
     Drivers::CanManage& canManager;

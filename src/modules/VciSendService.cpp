@@ -4,12 +4,6 @@
 
 #include <utility>
 
-namespace {
-
-constexpr uint8_t kFirstChannel = 8; // channel 0 in host messages
-
-} // namespace
-
 VciSendService::VciSendService(ZephEventLoop* loop, std::shared_ptr<ZephEventLoopThreadPool> pool)
     : VciService(loop),
       pool_(std::move(pool)),
@@ -27,7 +21,7 @@ void VciSendService::HandleReadEvent() {
 }
 
 bool VciSendService::CheckChannel() {
-    const auto index = static_cast<uint8_t>(pReqSrv[2] - kFirstChannel); // below 8 it wraps round
+    const auto index = static_cast<uint8_t>(pReqSrv[2] - kFirstCanCode); // below 8 it wraps round
     if (index >= kCanChannels) {
         UsbNegtiveResponse(VALUE_OUTOF_RANGE);
         return false;

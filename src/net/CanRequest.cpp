@@ -21,19 +21,19 @@ constexpr std::array<uint8_t, 16> dlcToLength_{0, 1,  2,  3,  4,  5,  6,  7,
 CanRequestFrame ReadCanFrame(uint32_t idWord, uint8_t flags, WireReader& data) {
     CanRequestFrame read;
     read.extended = (idWord & CAN_EFF_FLAG) != 0;
-    read.id = idWord & (read.extended ? CAN_EFF_MASK : CAN_SFF_MASK);
+    const canid_t id = idWord & (read.extended ? CAN_EFF_MASK : CAN_SFF_MASK);
     read.bit5 = (flags & kRemoteOrSwitch) != 0;
     const uint8_t length = dlcToLength_[flags & kDlcMask];
     const auto bytes = data.Bytes(length);
     read.frame_data.is_fd = (flags & kFd) != 0;
     if (read.frame_data.is_fd) {
         canfd_frame& frame = read.frame_data.fd;
-        frame.can_id = read.id;
+        frame.can_id = id;
         frame.len = length;
         std::copy(bytes.begin(), bytes.end(), frame.data);
     } else {
-        can_frame& frame = read.frame_data.std;
-        frame.can_id = read.id;
+        can_frame& frame = read.frame_data.std = can_frame{};
+        frame.can_id = id;
         frame.can_dlc = length; // above 8 the kernel refuses it
         const auto kept = bytes.first(std::min<size_t>(bytes.size(), CAN_MAX_DLEN));
         std::copy(kept.begin(), kept.end(), frame.data);

@@ -21,10 +21,9 @@ struct CanFrameData {
 
 // One frame of a send request.
 struct CanRequestFrame {
-    canid_t id = 0;          // masked, without flag bits
     bool extended = false;   // bit 31 of the id word
     bool bit5 = false;       // classic: remote frame; FD: bit rate switch
-    CanFrameData frame_data; // its id as above; bit 5 is not applied
+    CanFrameData frame_data; // its id is masked and has no flag bits; bit 5 is not applied
 };
 
 // Takes the data behind an id word and a flags byte: as many bytes as the DLC code says. Stray bits

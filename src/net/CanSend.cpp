@@ -5,11 +5,9 @@
 #include "net/BcmMessage.h"
 #include "net/CanRequest.h"
 #include "utils/Console.h"
-#include "utils/Logger.h"
 
 #include <cerrno>
 #include <cstdio>
-#include <stdexcept>
 #include <string>
 
 #include <unistd.h>
@@ -18,9 +16,7 @@ namespace net {
 
 namespace {
 
-constexpr uint8_t kChannels = 6;
-constexpr uint8_t kFirstChannel = 8; // channel 0 in host messages
-constexpr int kHard = 1;             // close at once
+constexpr int kHard = 1; // close at once
 
 constexpr uint64_t kNsPerUs = 1000;
 constexpr uint32_t kUsPerMs = 1000;
@@ -56,7 +52,7 @@ struct RequestHead {
 
 uint8_t ReadChannel(WireReader& request) {
     request.Skip(2); // gid and sid
-    return static_cast<uint8_t>(request.U8() - kFirstChannel);
+    return static_cast<uint8_t>(request.U8() - kFirstCanCode);
 }
 
 RequestHead ReadHead(WireReader& request) {
@@ -71,6 +67,10 @@ CanRequestFrame ReadBurstEntry(WireReader& request) {
     return ReadCanFrame(idWord, flags, request);
 }
 
+canid_t& IdOf(CanFrameData& data) {
+    return data.is_fd ? data.fd.can_id : data.std.can_id;
+}
+
 struct PeriodicEntry {
     CanRequestFrame frame;
     uint16_t period; // milliseconds, 0 to stop
@@ -83,7 +83,7 @@ PeriodicEntry ReadPeriodicEntry(WireReader& request) {
     const uint8_t flags = request.U8();
     CanRequestFrame read = ReadCanFrame(idWord, flags, request);
     CanFrameData& data = read.frame_data;
-    canid_t& id = data.is_fd ? data.fd.can_id : data.std.can_id;
+    canid_t& id = IdOf(data);
     if (read.extended) {
         id = SetExtendedFrame(id);
     }
@@ -93,10 +93,6 @@ PeriodicEntry ReadPeriodicEntry(WireReader& request) {
         id = SetRemoteFrame(id);
     }
     return {read, period};
-}
-
-canid_t IdOf(const CanFrameData& data) {
-    return data.is_fd ? data.fd.can_id : data.std.can_id;
 }
 
 } // namespace
@@ -111,13 +107,13 @@ CanSend::CanSend(ZephEventLoop* loop, ZephCanComM& canComM) : loop_(loop), canCo
 }
 
 void CanSend::OpenAllSocket() {
-    for (uint8_t ch = 0; ch < kChannels; ++ch) {
+    for (uint8_t ch = 0; ch < kCanChannels; ++ch) {
         canComM_.CanComMOpen(ch);
     }
 }
 
 void CanSend::CloseAllSocket() {
-    for (uint8_t ch = 0; ch < kChannels; ++ch) {
+    for (uint8_t ch = 0; ch < kCanChannels; ++ch) {
         canComM_.CloseCallback(ch, kHard);
     }
     planner_.ForgetBaseTime();
@@ -164,11 +160,11 @@ void CanSend::SetPeriodicSendTask(std::span<const uint8_t> pReqSrv) {
     const RequestHead head = ReadHead(request);
     std::vector<CanTaskInfo> initial_tasks;
     for (int i = 0; i < head.count; ++i) {
-        const PeriodicEntry entry = ReadPeriodicEntry(request);
+        PeriodicEntry entry = ReadPeriodicEntry(request);
         if (!request.ok()) {
             break;
         }
-        const CanFrameData& data = entry.frame.frame_data;
+        CanFrameData& data = entry.frame.frame_data;
         if (entry.period == 0) {
             StopTask(head.channel, data);
         } else {
@@ -189,6 +185,9 @@ void CanSend::StopTask(uint8_t channel, const CanFrameData& data) {
 }
 
 void CanSend::scheduleNewTasks(const std::vector<CanTaskInfo>& new_tasks_info) {
+    if (new_tasks_info.empty()) {
+        return; // even an empty plan would take the safe window away
+    }
     std::vector<OffsetPlanner::Task> tasks_to_schedule;
     for (size_t i = 0; i < new_tasks_info.size(); ++i) {
         const CanTaskInfo& info = new_tasks_info[i];
@@ -238,14 +237,10 @@ uint32_t CanSend::FrameTimeUs(const CanTaskInfo& info) {
             Drivers::CanManage::DataBaudRate_[info.channel],
             "DATA_BAUD_RATE_BPS must be defined and greater than 0 for CAN FD frames.");
     }
-    try {
-        return calculateFrameTransmissionTime(rates, data.is_fd ? CAN_FD_Task : CAN_Task,
-                                              info.is_extended ? EXTENDED : STANDARD,
-                                              data.is_fd ? data.fd.len : data.std.can_dlc);
-    } catch (const std::runtime_error& error) {
-        VCI_LOG_ERROR << "CanSend: CAN ID " << info.can_id << ": " << error.what();
-        return 0;
-    }
+    // Does not throw: lengths come from DLC codes.
+    return calculateFrameTransmissionTime(rates, data.is_fd ? CAN_FD_Task : CAN_Task,
+                                          info.is_extended ? EXTENDED : STANDARD,
+                                          data.is_fd ? data.fd.len : data.std.can_dlc);
 }
 
 int CanSend::SetCANTask(uint8_t channel, can_frame frame, uint64_t period, uint64_t offect) {

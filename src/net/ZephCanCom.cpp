@@ -78,6 +78,13 @@ int WriteFrame(int fd, const void* frame, size_t size) {
     return written == static_cast<ssize_t>(size) ? 0 : -errno;
 }
 
+// Opens that follow one another leave no socket behind.
+void Replace(std::atomic<int>& held, int fd) {
+    if (const int old = held.exchange(fd); old >= 0) {
+        close(old);
+    }
+}
+
 void PrintFailure(int error) {
     char text[40];
     snprintf(text, sizeof(text), "Open fd failed: 0x%x", static_cast<unsigned>(error));
@@ -118,7 +125,7 @@ int ZephCanCom::OpenSingleSocket() {
     SetSocketNonBlock(fd);
     SetSocketLoopbackmode(fd, 0); // the capture hears what is sent here
     SetSocketFdMode(fd, 1);
-    fd1_ = fd;
+    Replace(fd1_, fd);
     return 0;
 }
 
@@ -134,7 +141,7 @@ int ZephCanCom::OpenPeriodSocket() {
     // Options of raw sockets: where the broadcast manager refuses them nothing is lost.
     SetSocketLoopbackmode(fd, 0);
     SetSocketFdMode(fd, 1);
-    fd2_ = fd;
+    Replace(fd2_, fd);
     return 0;
 }
 
@@ -184,10 +191,12 @@ int ZephCanCom::Read() {
 
 int ZephCanCom::CloseAll(int mode) {
     for (std::atomic<int>* fd : {&fd1_, &fd2_}) {
-        if (Close(*fd, mode) != 0) {
+        // Out of the writers' sight first: the number may soon be another's.
+        const int closing = fd->exchange(-1);
+        if (Close(closing, mode) != 0) {
+            *fd = closing;
             return kSocketError;
         }
-        *fd = -1; // its number may soon be another's
     }
     return 0;
 }

@@ -2,7 +2,6 @@
 # A frame that lies in the receive buffer at the change to listen-only mode marks its channel, and
 # an orderly end of the daemon keeps the mark for the next one.
 set -euo pipefail
-rm -f /tmp/can_listen_forbidden_state
 
 vcictl raw 1529 0b 00 00 01103f10 >/dev/null
 vboardctl can waiting 3 80000001
@@ -17,4 +16,9 @@ vcictl raw 152d 0a 00 >/dev/null
 vboardctl daemon restart
 vboardctl daemon wait-ready 20
 [ "$(cat /tmp/can_listen_forbidden_state)" = 8 ] # loaded, and saved again
-rm -f /tmp/can_listen_forbidden_state
+
+# Without the file the next daemon starts with no mark.
+vboardctl daemon stop
+rm /tmp/can_listen_forbidden_state
+vboardctl daemon start
+vboardctl daemon wait-ready 20

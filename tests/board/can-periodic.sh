@@ -34,18 +34,17 @@ threads=$(ls "/proc/$(vboardctl daemon pid)/task" | wc -l)
 first=$(column 123#1122334455667788 ival1_us)
 second=$(column 124#0102030405060708 ival1_us)
 echo "first delays: $first and $second us"
-[ "$first" -ge 10000 ] && [ "$first" -le 40000 ]
+[ "$first" = 40000 ]
 wait_for 5 sent 124#0102030405060708 20
 
-# On the wire: the spacing of each is its period, and they never meet. The kernel's timers are late
-# by what the guest allows: counts and order are asserted, times are shown.
+# On the wire: nothing but periodic frames. The kernel's timers are late by what the guest allows,
+# so counts are asserted, and times are shown.
 vboardctl can trace >"$VBOARD_RESULTS/periodic.trace"
 awk '!/^#/ && $5 ~ /^123#/ { if (last) print ($1 - last) / 1000; last = $1 }' \
     "$VBOARD_RESULTS/periodic.trace" | sort -n >"$VBOARD_RESULTS/spacing"
 awk '{ v[NR] = $1 } END { printf "spacing of 10 ms, us: least %d, median %d, greatest %d of %d\n",
     v[1], v[int((NR + 1) / 2)], v[NR], NR }' "$VBOARD_RESULTS/spacing"
-median=$(awk '{ v[NR] = $1 } END { print int(v[int((NR + 1) / 2)]) }' "$VBOARD_RESULTS/spacing")
-[ "$median" -ge 9500 ] && [ "$median" -le 10500 ]
+[ "$(wc -l <"$VBOARD_RESULTS/spacing")" -ge 20 ]
 [ "$(awk '!/^#/ && $6 != "bcm"' "$VBOARD_RESULTS/periodic.trace" | wc -l)" = 0 ]
 
 # No thread of the daemon does this.
@@ -59,14 +58,17 @@ ask 1633 08 01 23010000 3200 08 aabbccddeeff0011 >/dev/null
 
 # A remote frame takes the place of the data frame; and an FD frame that of the remote frame.
 ask 1633 08 01 23010000 0a00 20 >/dev/null
-[ -z "$(task 123#AABBCCDDEEFF0011)" ] && [ -n "$(task 123#R)" ]
+[ -z "$(task 123#AABBCCDDEEFF0011)" ]
+[ -n "$(task 123#R)" ]
 ask 1633 08 01 23010000 0a00 61 55 >/dev/null
-[ -z "$(task 123#R)" ] && [ "$(column 123##155 ival2_us)" = 9981 ]
+[ -z "$(task 123#R)" ]
+[ "$(column 123##155 ival2_us)" = 9981 ]
 wait_for 5 sent 123##155 3
 
 # Period 0 stops one and leaves the other.
 ask 1633 08 01 23010000 0000 41 00 >/dev/null
-[ -z "$(task 123##155)" ] && [ -n "$(task 124#0102030405060708)" ]
+[ -z "$(task 123##155)" ]
+[ -n "$(task 124#0102030405060708)" ]
 stopped=$(vboardctl can trace | grep -c ' 123##155 ')
 count=$(column 124#0102030405060708 sent)
 wait_for 5 sent 124#0102030405060708 $((count + 3))

@@ -1,6 +1,5 @@
 #!/bin/bash
-# The start that follows a clear of the whole configuration answers it, once, and before it reads
-# what the host has sent meanwhile.
+# The start that follows a clear of the whole configuration answers it, once.
 set -euo pipefail
 
 vboardctl daemon stop

@@ -10,9 +10,10 @@ pid=$(vboardctl daemon pid)
 grep -q '^Umask:[[:space:]]*0000$' "/proc/$pid/status"
 # Fields 5 and 6 of stat: process group and session, both its own.
 read -r group session < <(sed 's/.*) //' "/proc/$pid/stat" | cut -d' ' -f3,4)
-[ "$group" = "$pid" ] && [ "$session" = "$pid" ]
-# Four threads: the main one and the pool's three, and none besides.
-[ "$(sed -n 's/^Threads:[[:space:]]*//p' "/proc/$pid/status")" = 4 ]
+[ "$group" = "$pid" ]
+[ "$session" = "$pid" ]
+# Five threads: the main one, the pool's three and the capture's worker, and none besides.
+[ "$(sed -n 's/^Threads:[[:space:]]*//p' "/proc/$pid/status")" = 5 ]
 
 # The start's own texts, in order, on the output that the starter gave; the parent's status is 0.
 mv /dev/ttyPS0 /dev/ttyPS0.away

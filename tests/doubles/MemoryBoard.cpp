@@ -1,5 +1,6 @@
 #include "doubles/MemoryBoard.h"
 
+#include "drivers/CanManage.h"
 #include "hal/HalFactory.h"
 
 #include <algorithm>
@@ -77,6 +78,8 @@ MemoryBoard::MemoryBoard() {
             return chips_.at(chip);
         },
     });
+    // Without character devices, and leaving no file behind.
+    Drivers::CanManage::GetInstance("/dev/null/can", "/dev/null");
 }
 
 MemoryRegAccess& MemoryBoard::Registers(uint32_t base) {

@@ -41,7 +41,6 @@ class OffsetPlanner {
     void ForgetBaseTime() { has_base_time_ = false; }
 
     uint64_t WindowUs() const { return TIME_WINDOW_US; }
-    uint64_t BaseTimeUs() const { return global_base_time_us_; }
 
   private:
     // The busy intervals of the window. Every start is a multiple of the search step, because

@@ -71,10 +71,21 @@ TEST_F(CanManageTest, APrescalerOf0GivesTheBitRate0) {
 }
 
 TEST_F(CanManageTest, TimingOfAnOpenChannelIsRefusedAndChangesNothing) {
+    const CanTimeParam before{{4, 5, 6, 7}, {0, 0, 0, 0}};
+    can->SetTimeParam(4, 0, &before);
+    can->SetSecondarySamplePoint(4, 1, 17);
+    const std::string written = files.Read("chr4");
+    const int rate = CanManage::BaudRate_[4];
     CanManage::statusMask_ = 1 << 4;
-    EXPECT_EQ(can->SetTimeParam(4, 1, &kTiming), -1);
-    EXPECT_EQ(files.Read("chr4"), "");
-    EXPECT_EQ(CanManage::BaudRate_[4], 0);
+    const CanTimeParam oneMbit{{1, 16, 63, 16}, {1, 8, 31, 8}};
+    EXPECT_EQ(can->SetTimeParam(4, 1, &oneMbit), -1);
+    EXPECT_EQ(files.Read("chr4"), written);
+    EXPECT_EQ(CanManage::BaudRate_[4], rate);
+    EXPECT_EQ(CanManage::DataBaudRate_[4], 0);
+    EXPECT_EQ(Core(4).Word(0x88), 0x11100U);
+    can->SetControllerMode(4, 2); // programs what was set before, of a classic channel
+    EXPECT_EQ(Core(4).Word(0x08), 3U);
+    EXPECT_EQ(Core(4).Word(0x8C), 0U);
     EXPECT_EQ(can->SetTimeParam(3, 1, &kTiming), 0); // its neighbour is closed
 }
 

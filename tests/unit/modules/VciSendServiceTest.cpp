@@ -22,10 +22,10 @@ std::array<std::shared_ptr<CanSockets>, 6>& Channels() {
 class VciSendServiceTest : public ServiceTest {
   protected:
     VciSendServiceTest() {
+        service.emplace(&loop, std::make_shared<ZephEventLoopThreadPool>(&loop, 1));
         CanManage::statusMask_ = 1 << 0 | 1 << 5;
         CanManage::ListenstatusMask_ = 0;
         CanManage::BaudRate_[0] = 500000;
-        service.emplace(&loop, std::make_shared<ZephEventLoopThreadPool>(&loop, 1));
         for (const auto& channel : Channels()) {
             channel->Open(); // afresh
             channel->beforePeriodic = nullptr;
@@ -130,13 +130,19 @@ TEST_F(VciSendServiceTest, UnknownServicesAreRefused) {
 }
 
 TEST_F(VciSendServiceTest, ACountBeyondTheBytesSentReadsWhatStandsInTheBuffer) {
-    Ask({22, 52, 8, 2, 1, 0, 0, 0, 0, 0x77, 0, 0, 0, 0}); // leaves a second entry behind
+    // Of two entries the second stays in the buffer, behind the next request and its handle.
+    Bytes first{22, 52, 8, 2, 1, 0, 0, 0, 0x48};
+    first.resize(first.size() + 8, 0);
+    const Bytes left{0, 0, 0, 0, 1, 0xAA};
+    first.insert(first.end(), left.begin(), left.end());
+    Ask(first);
     channels[0]->Frames();
-    Ask({22, 52, 8, 255, 5, 0, 0, 0, 0});
+    // Its data reach over the handle up to what was left.
+    Ask({22, 52, 8, 255, 5, 0, 0, 0, 0x48, 9, 9});
     const auto frames = channels[0]->Frames();
     ASSERT_EQ(frames.size(), 255U);
     EXPECT_EQ(frames[0][0], 5);
-    EXPECT_EQ(frames[254], (Bytes{0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(frames[1], (Bytes{0, 0, 0, 0, 1, 0, 1, 0, 0xAA, 0, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST_F(VciSendServiceTest, ARefusedPeriodicWriteIsOnlyTold) {

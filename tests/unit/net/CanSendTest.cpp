@@ -5,6 +5,7 @@
 #include "net/BcmMessage.h"
 #include "support/BoardTest.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -140,7 +141,7 @@ TEST_F(CanSendTest, AFirst5MsTaskStartsAtOnce) {
     EXPECT_EQ(FirstDelayUs(channels[0]->Periodic().at(0)), 0U);
 }
 
-TEST_F(CanSendTest, TheSecondTaskOfABatchStarts240UsBehindTheFirst) {
+TEST_F(CanSendTest, TheSecondTaskOfABatchKeepsToTheGrid240UsBehindTheFirst) {
     Periodic(0, {Entry(1, 10, 8, kEight), Entry(2, 10, 8, kEight)});
     const auto messages = channels[0]->Periodic();
     EXPECT_EQ(FirstDelayUs(messages.at(0)), 20000U);
@@ -153,6 +154,20 @@ TEST_F(CanSendTest, TheChannelsShareOneTimeline) {
     Periodic(0, {Entry(1, 10, 8, kEight)});
     Periodic(1, {Entry(2, 10, 8, kEight)});
     EXPECT_EQ(FirstDelayUs(channels[1]->Periodic().at(0)), 10240U);
+}
+
+TEST_F(CanSendTest, OneIdOnAnotherChannelTakesItsPlaceOnTheTimeline) {
+    Periodic(0, {Entry(1, 10, 8, kEight)});
+    Periodic(1, {Entry(1, 10, 8, kEight)});
+    Periodic(0, {Entry(2, 10, 8, kEight)});
+    EXPECT_EQ(FirstDelayUs(channels[0]->Periodic().at(1)), 10240U); // not behind two of them
+}
+
+TEST_F(CanSendTest, AStopBeforeTheFirstStartLeavesThePlanAsItIs) {
+    Periodic(0, {Entry(1, 0, 0)});
+    Periodic(0, {});
+    Periodic(0, {Entry(1, 10, 8, kEight)});
+    EXPECT_EQ(FirstDelayUs(channels[0]->Periodic().at(1)), 20000U);
 }
 
 TEST_F(CanSendTest, TheFrameTimeIsOfTheChannelsOwnRate) {
@@ -419,6 +434,16 @@ TEST_F(CanSendTest, ABurstOf255FramesIsSentWhole) {
     ASSERT_EQ(frames.size(), 255U);
     EXPECT_EQ(frames.back()[0], 254);
     EXPECT_EQ(frames.back()[71], 254);
+}
+
+TEST_F(CanSendTest, EachDlcCodeHasItsLength) {
+    const uint8_t lengths[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
+    for (uint8_t code = 0; code < 16; ++code) {
+        send.SendMutiMessages(Request(0, {Frame(1, kFd | code, Bytes(lengths[code], 0xEE))}));
+        const auto frame = channels[0]->Frames().at(0);
+        EXPECT_EQ(frame[4], lengths[code]);
+        EXPECT_EQ(std::count(frame.begin(), frame.end(), 0xEE), lengths[code]);
+    }
 }
 
 TEST_F(CanSendTest, ASingleFrameGoesOut) {

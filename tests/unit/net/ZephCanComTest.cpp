@@ -24,10 +24,13 @@ using Message = CanSockets::Message;
 constexpr int kBadTypeOrMode = -61441;
 constexpr int kSocketError = -61442;
 
-// Gives a channel's raw socket from outside.
-class OneSocket : public ZephCanCom {
+// Gives a channel its sockets from outside.
+class TwoSockets : public ZephCanCom {
   public:
-    explicit OneSocket(int fd) : ZephCanCom(0) { fd1_ = fd; }
+    explicit TwoSockets(int raw, int bcm = -1) : ZephCanCom(0) {
+        fd1_ = raw;
+        fd2_ = bcm;
+    }
 };
 
 bool IsOpen(int fd) {
@@ -129,7 +132,7 @@ int WriteToADeviceThatIsDown(uint64_t tries) {
     address.sll_protocol = htons(ETH_P_ALL);
     address.sll_ifindex = static_cast<int>(if_nametoindex("lo"));
     bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    OneSocket down(fd);
+    TwoSockets down(fd);
     can_frame frame{};
     WriteCalls(); // the stream's own buffers are made now
     const uint64_t before = WriteCalls();
@@ -202,9 +205,13 @@ TEST_F(ZephCanComTest, AnOrderlyCloseKeepsASocketWithAPendingError) {
 }
 
 TEST_F(ZephCanComTest, AfterAFailedCloseTheSecondSocketIsNotTried) {
-    OneSocket broken(SocketWithError());
+    const int sound = dup(sockets.Raw());
+    TwoSockets broken(SocketWithError(), sound);
     EXPECT_EQ(broken.CloseAll(0), kSocketError);
+    EXPECT_TRUE(IsOpen(sound));
+    EXPECT_EQ(broken.getfd2(), sound);
     EXPECT_EQ(broken.CloseAll(1), 0);
+    EXPECT_FALSE(IsOpen(sound));
 }
 
 TEST_F(ZephCanComTest, FlagsAreSetAndCheckedOnBothTypesAlone) {
@@ -238,6 +245,8 @@ TEST_F(ZephCanComTest, SocketsAreMadeNonBlockingAndSized) {
     socklen_t length = sizeof(size);
     getsockopt(fds[0], SOL_SOCKET, SO_SNDBUF, &size, &length);
     EXPECT_EQ(size, 2 * ZephCanCom::canSocketSendBufferSize); // the kernel keeps twice the number
+    getsockopt(fds[0], SOL_SOCKET, SO_RCVBUF, &size, &length);
+    EXPECT_EQ(size, 2 * ZephCanCom::canSocketRecvBufferSize);
     EXPECT_EQ(ZephCanCom::SetSocketNonBlock(-1), -1);
     close(fds[0]);
     close(fds[1]);

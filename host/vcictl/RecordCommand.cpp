@@ -1,0 +1,241 @@
+#include "vcictl/RecordCommand.h"
+
+#include "vcictl/Ask.h"
+#include "vcictl/Interrupt.h"
+#include "vcihost/CandumpLog.h"
+#include "vcihost/DeviceTime.h"
+#include "vcihost/Notation.h"
+#include "vcihost/RecordFile.h"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+#include <optional>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr char kFooter[] =
+    "CHANNEL is can0 to can5 or any, with filters behind it in hex: can0,123:7FF,400~700.\n"
+    "id:mask lets frames through that agree with id in the bits of mask, id~mask those that do\n"
+    "not; one of several is enough, with j all are needed. Eight digits of id stand for an\n"
+    "extended identifier. #MASK chooses the classes of errors, #0 none.\n"
+    "\n"
+    "FILE.pcapng is a capture file with an interface for each channel, FILE.log the text log of\n"
+    "candump. Times in both are the device's clock told as wall-clock time by one comparison at\n"
+    "the start. The device drops records that nobody reads in time and does not tell.\n"
+    "\n"
+    "Exit status: 0 done, 1 the device refused, 2 wrong usage, trouble with the device or a file,\n"
+    "3 no answer, or fewer records than --count in time. Ctrl-C ends the recording: everything is\n"
+    "written and the channels are switched off.\n"
+    "\n"
+    "Examples:\n"
+    "  vcictl record can0 can1                        watch two channels\n"
+    "  vcictl record -o drive.pcapng                  all channels to a file, until Ctrl-C\n"
+    "  vcictl record can0,123:7FF -n 10 -T 5000       ten frames, at most 5 s apart\n"
+    "  vcictl record -L can0 | log2asc can0           as another tool wants it";
+
+// Of so many comparisons of the clocks the one with the shortest round trip counts.
+constexpr int kClockSamples = 5;
+
+// A signal is seen, and the live line renewed, at least so often.
+constexpr std::chrono::milliseconds kLongestWait(100);
+
+constexpr std::chrono::seconds kFlushPeriod(1);
+
+// Compares the clocks; nothing, with `status` set, when the device does not tell its time.
+std::optional<vcihost::ClockPair>
+CompareClocks(vcihost::Session& session, std::chrono::milliseconds timeout, ExitStatus& status) {
+    std::optional<vcihost::ClockPair> best;
+    for (int i = 0; i < kClockSamples; ++i) {
+        const AskResult answer = Ask(session, vcihost::SyncRequest(), timeout);
+        if (answer.status != kExitOk) {
+            status = answer.status;
+            return std::nullopt;
+        }
+        const auto pair = vcihost::ClockPair::Make(answer.deviceTime, answer.sent, answer.received,
+                                                   WallClock(), std::chrono::steady_clock::now());
+        if (!best || pair.uncertainty < best->uncertainty) {
+            best = pair;
+        }
+    }
+    return best;
+}
+
+} // namespace
+
+RecordCommand::RecordCommand(CLI::App& app) {
+    app.footer(kFooter);
+    app.add_option("CHANNEL", channels_, "What to record, with filters; without it all channels")
+        ->type_name("");
+    CLI::Option* const file =
+        app.add_option("-o,--output", file_, "Record to FILE.pcapng or FILE.log")
+            ->type_name("FILE");
+    app.add_option("--duration", duration_, "Stop after this time: 500ms, 10s")->type_name("TIME");
+    AddNumber(app, "-n,--count", count_, std::numeric_limits<uint64_t>::max(),
+              "Stop after N records; 0: no limit", "N", "0");
+    AddNumber(app, "-T", silence_, kMostMilliseconds,
+              "Stop after this time without a record; 0: no limit", "MS", "0");
+    app.add_option("-t", time_,
+                   "Time in front of a line: (a)bsolute, (d)elta, (z)ero, (A)bsolute with date; "
+                   "without it device time")
+        ->check(CLI::IsMember({"a", "d", "z", "A"}))
+        ->type_name("TYPE");
+    const std::string always = "Taken as candump takes it; the lines look so in any case";
+    app.add_flag("-x,-e", always);
+    app.add_flag("-l", logFile_, "Record to candump-DATE_TIME.log")->excludes(file);
+    CLI::Option* const log = app.add_flag("-L", log_, "Print the text log");
+    app.add_flag("--json", json_, "Print one JSON object a record")->excludes(log);
+    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+}
+
+ExitStatus RecordCommand::Run(Tool& tool) {
+    auto filters = vcihost::CanFilters::Parse(channels_);
+    std::optional<std::chrono::nanoseconds> duration;
+    if (!duration_.empty()) {
+        duration = vcihost::ParseDuration("--duration", duration_);
+    }
+    if (!file_.empty()) {
+        static_cast<void>(vcihost::FormatOfPath(file_)); // to throw before anything is done
+    }
+    // No wait of this link is cut short by a signal: the channels are to be switched off over it.
+    const auto transport = vcihost::Transport::Open(tool.device, vcihost::Waiter());
+    vcihost::Session session(*transport); // what waited before is of no recording of ours
+    ExitStatus status = kExitOk;
+    const auto clock = CompareClocks(session, std::chrono::milliseconds(wait_), status);
+    if (!clock) {
+        return status;
+    }
+    const auto channels = filters.Channels();
+    auto writers = Writers(tool, *clock, channels);
+    Recorder recorder(std::move(filters), std::move(writers), count_);
+    return Record(*transport, recorder, channels, duration);
+}
+
+bool RecordCommand::HasView() const {
+    return log_ || json_ || (file_.empty() && !logFile_);
+}
+
+vcihost::ViewTime RecordCommand::Time() const {
+    if (time_.empty()) {
+        return vcihost::ViewTime::Device;
+    }
+    switch (time_.front()) {
+    case 'a':
+        return vcihost::ViewTime::Absolute;
+    case 'd':
+        return vcihost::ViewTime::Delta;
+    case 'z':
+        return vcihost::ViewTime::Zero;
+    default:
+        return vcihost::ViewTime::Date;
+    }
+}
+
+Recorder::Writers RecordCommand::Writers(Tool& tool, const vcihost::ClockPair& clock,
+                                         const std::vector<uint8_t>& channels) const {
+    Recorder::Writers writers;
+    if (!file_.empty() || logFile_) {
+        const std::string path = logFile_ ? vcihost::CandumpLogName(WallClock()) : file_;
+        writers.push_back(vcihost::MakeRecordFile(
+            path, {clock, channels, tool.device, std::string("vcictl ") + VCI_VERSION}));
+    }
+    if (HasView()) {
+        const RecordStyle style = json_  ? RecordStyle::Json
+                                  : log_ ? RecordStyle::Log
+                                         : RecordStyle::View;
+        writers.push_back(std::make_unique<RecordOutput>(tool.out, clock, style, Time()));
+    }
+    return writers;
+}
+
+ExitStatus RecordCommand::Record(vcihost::Transport& transport, Recorder& recorder,
+                                 const std::vector<uint8_t>& channels, Duration duration) const {
+    const auto timeout = std::chrono::milliseconds(wait_);
+    // Two that renew one terminal line would spoil each other's.
+    RecordProgress progress(!HasView() || isatty(STDOUT_FILENO) == 0);
+    std::exception_ptr failure;
+    vcihost::Session session(transport, [&](const vcihost::Bytes& bytes) {
+        if (!failure) {
+            recorder.Take(bytes);
+        }
+    });
+    ExitStatus status = kExitOk;
+    const auto attempt = [&](const auto& action) {
+        try {
+            action();
+        } catch (...) {
+            failure = failure ? failure : std::current_exception();
+        }
+    };
+
+    std::vector<uint8_t> on;
+    attempt([&] {
+        for (const uint8_t channel : channels) {
+            // Listed first: a switch whose answer does not come may have been done all the same.
+            on.push_back(channel);
+            status = Ask(session, vcihost::SwitchCanRecord(channel, true), timeout).status;
+            if (status == kExitRefused) {
+                on.pop_back();
+            }
+            if (status != kExitOk) {
+                return;
+            }
+        }
+        Follow(transport, recorder, progress, duration);
+    });
+    const bool complete = count_ == 0 || recorder.IsFull();
+    // The device does not tell what was on before, so all that was switched on goes off. What it
+    // has sent before it answers is still recorded.
+    for (const uint8_t channel : on) {
+        ExitStatus off = kExitTrouble;
+        attempt(
+            [&] { off = Ask(session, vcihost::SwitchCanRecord(channel, false), timeout).status; });
+        status = status == kExitOk ? off : status;
+        if (off == kExitNoAnswer || off == kExitTrouble) {
+            break; // nor will it hear about the others
+        }
+    }
+    attempt([&] { recorder.Finish(); });
+    progress.End(recorder.Totals());
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+    if (Interrupt::Came()) {
+        throw vcihost::Interrupted();
+    }
+    return status == kExitOk && !complete ? kExitNoAnswer : status;
+}
+
+void RecordCommand::Follow(vcihost::Transport& transport, Recorder& recorder,
+                           RecordProgress& progress, Duration duration) const {
+    using Clock = std::chrono::steady_clock;
+    constexpr auto kNever = vcihost::Deadline::max();
+    const auto start = Clock::now();
+    const auto end = duration ? start + *duration : kNever;
+    const auto silence = std::chrono::milliseconds(silence_);
+    auto silent = silence_ == 0 ? kNever : start + silence;
+    auto flush = start + kFlushPeriod;
+    while (!recorder.IsFull() && !Interrupt::Came()) {
+        const auto now = Clock::now();
+        if (now >= end || now >= silent) {
+            return;
+        }
+        if (now >= flush) {
+            recorder.Flush();
+            flush = now + kFlushPeriod;
+        }
+        if (progress.IsDue(now)) {
+            progress.Show(recorder.Totals(), now);
+        }
+        auto bytes = transport.Receive(vcihost::Deadline{});
+        if (!bytes) {
+            recorder.Idle();
+            bytes = transport.Receive(std::min({now + kLongestWait, end, silent}));
+        }
+        if (bytes && recorder.Take(*bytes) && silence_ != 0) {
+            silent = Clock::now() + silence;
+        }
+    }
+}

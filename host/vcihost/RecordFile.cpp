@@ -1,0 +1,125 @@
+#include "vcihost/RecordFile.h"
+
+#include "vcihost/CandumpLog.h"
+#include "vcihost/PcapngWriter.h"
+#include "vcihost/SocketCan.h"
+
+#include <algorithm>
+
+#include <sys/utsname.h>
+
+#include <fmt/format.h>
+
+namespace vcihost {
+
+namespace {
+
+std::string OperatingSystem() {
+    utsname name{};
+    return uname(&name) == 0 ? fmt::format("{} {}", name.sysname, name.release) : "";
+}
+
+class PcapngRecord : public RecordWriter {
+  public:
+    PcapngRecord(const std::string& path, const RecordFileOptions& options)
+        : clock_(options.clock),
+          last_(options.clock.wall),
+          file_(path),
+          pcapng_(file_, {"vehicle communication interface at " + options.device, OperatingSystem(),
+                          options.application, options.clock.Text()}) {
+        for (const uint8_t channel : options.channels) {
+            pcapng_.AddInterface({CanChannelName(channel), "", LinkType::SocketCan});
+            channels_.push_back(channel);
+        }
+    }
+
+    void Write(const CanFrameRecord& record) override {
+        const SocketCanPacket packet(record);
+        Add(record.channel, record.time, packet.bytes(), record.received, {});
+    }
+
+    void Write(const CanErrorRecord& record) override {
+        const SocketCanPacket packet(record);
+        // The frame of an error has no place for most of what is known of it.
+        Add(record.channel, record.time, packet.bytes(), record.received, record.Text());
+    }
+
+    void Lost(uint64_t count) override { lost_ += count; }
+    void Flush() override { file_.Flush(); }
+
+    void Finish(const std::array<ChannelCounts, kCanChannels>& counts) override {
+        for (uint32_t interface = 0; interface < channels_.size(); ++interface) {
+            const ChannelCounts& count = counts[channels_[interface]];
+            pcapng_.AddStatistics(
+                {interface, last_, clock_.wall, last_, count.received, count.accepted});
+        }
+        file_.Flush();
+    }
+
+  private:
+    void Add(uint8_t channel, uint64_t time, std::span<const uint8_t> data, bool received,
+             std::string_view comment) {
+        const auto found = std::find(channels_.begin(), channels_.end(), channel);
+        if (found == channels_.end()) {
+            return; // not asked for
+        }
+        const uint64_t wall = clock_.ToWall(time);
+        last_ = std::max(last_, wall);
+        pcapng_.AddPacket({static_cast<uint32_t>(found - channels_.begin()), wall, data,
+                           received ? PacketDirection::Inbound : PacketDirection::Outbound, lost_,
+                           comment});
+        lost_ = 0;
+    }
+
+    ClockPair clock_;
+    uint64_t last_; // wall-clock time of the latest record; before one came, that of the start
+    BufferedFile file_;
+    PcapngWriter pcapng_;
+    std::vector<uint8_t> channels_;
+    uint64_t lost_ = 0;
+};
+
+class LogRecord : public RecordWriter {
+  public:
+    LogRecord(const std::string& path, const RecordFileOptions& options)
+        : clock_(options.clock), file_(path) {}
+
+    void Write(const CanFrameRecord& record) override {
+        file_.Append(CandumpLogLine(record, clock_.ToWall(record.time)));
+    }
+    void Write(const CanErrorRecord& record) override {
+        file_.Append(CandumpLogLine(record, clock_.ToWall(record.time)));
+    }
+    void Lost(uint64_t /*count*/) override {} // the format has no place for it
+    void Flush() override { file_.Flush(); }
+    void Finish(const std::array<ChannelCounts, kCanChannels>& /*counts*/) override {
+        file_.Flush();
+    }
+
+  private:
+    ClockPair clock_;
+    BufferedFile file_;
+};
+
+} // namespace
+
+RecordFormat FormatOfPath(const std::string& path) {
+    if (path.ends_with(".pcapng")) {
+        return RecordFormat::Pcapng;
+    }
+    if (path.ends_with(".log")) {
+        return RecordFormat::Log;
+    }
+    throw FileError(fmt::format(
+        "'{}' names no format: end it with .pcapng (capture file) or .log (text log)", path));
+}
+
+std::unique_ptr<RecordWriter> MakeRecordFile(const std::string& path,
+                                             const RecordFileOptions& options) {
+    if (FormatOfPath(path) == RecordFormat::Pcapng) {
+        return std::make_unique<PcapngRecord>(path, options);
+    }
+    return std::make_unique<LogRecord>(path, options);
+}
+
+} // namespace vcihost
