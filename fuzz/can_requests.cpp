@@ -133,6 +133,22 @@ class Requests {
             Require(sid == CAN_SET_RECV_DATA, "a send request without an answer");
         }
         Require(!usb_.HostRead(), "a second answer");
+        SendOnNewPlan(request);
+    }
+
+    // The service plans with what all inputs before this one have left; here the plan is new, so
+    // that an input repeats what it found.
+    void SendOnNewPlan(const Bytes& request) {
+        if (request[2] < 8 || request[2] > 13) {
+            return; // the service alone looks at the channel
+        }
+        if (request[1] == CAN_SET_PERIOD_DATA) {
+            own_.SetPeriodicSendTask(request);
+        } else if (request[1] == CAN_SINGLE_SEND) {
+            own_.SendMutiMessages(request);
+        } else {
+            own_.SendSingleMessage(request);
+        }
     }
 
     void Write(const Bytes& service) {
@@ -158,7 +174,12 @@ class Requests {
     }
 
     void CheckSockets() {
-        for (const auto& channel : channels_) {
+        CheckSockets(channels_);
+        CheckSockets(ownChannels_);
+    }
+
+    static void CheckSockets(const std::array<std::shared_ptr<CanSockets>, 6>& channels) {
+        for (const auto& channel : channels) {
             for (const Bytes& frame : channel->Frames()) {
                 Require(frame.size() == CAN_MTU || frame.size() == CANFD_MTU, "a frame's size");
                 Require(frame[6] == 1, "a single frame without its mark");
@@ -193,6 +214,9 @@ class Requests {
     MemoryUsb& usb_ = MemoryUsb::Instance();
     MemoryBoard& board_ = MemoryBoard::Instance();
     std::array<std::shared_ptr<CanSockets>, 6>& channels_;
+    net::ZephCanComM ownSockets_;
+    std::array<std::shared_ptr<CanSockets>, 6> ownChannels_ = CanSockets::Replace(ownSockets_);
+    net::CanSend own_{nullptr, ownSockets_};
     ZephEventLoop loop_;
     std::shared_ptr<ZephEventLoopThreadPool> pool_;
     NetCfgService config_;
