@@ -8,8 +8,8 @@
 #include <numeric>
 #include <vector>
 
-// The search for offsets over an ordered map of busy intervals, candidate by candidate: what the
-// planner must agree with, and is measured against.
+// The search for offsets over an ordered map of busy intervals, candidate by candidate: the
+// peer that the planner is measured against, and must find the same offsets as.
 class MapPlanner {
   public:
     using Task = net::OffsetPlanner::Task;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/CanWire.h"
 #include "drivers/CanDriver.h"
 
 #include <array>
@@ -8,9 +9,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-constexpr int kCanChannels = 6;
-constexpr uint8_t kFirstCanCode = 8; // channel 0 in host messages, and the others behind it
 
 // Frames per channel since it was opened, counted by the recording; printed and zeroed when it is
 // closed. Any thread.
@@ -59,8 +57,9 @@ class CanManage {
     static int GetDeviceStatus(int ch); // 1 while open
     static int GetListenStatus(int ch); // 1 while in listen mode
 
-    // 1 when a frame lay in the receive buffer as the channel entered listen mode: it is stale, and
-    // the recording discards one frame and clears the bit. Any thread.
+    // 1 when a frame lay in the receive buffer as the channel entered listen mode: it is stale. The
+    // recording asks before it passes a frame on, drops one in the life of the process, and clears
+    // that channel's bit. Any thread.
     int GetListenForbidden(int ch) const;
     void ClearListenForbidden(int ch);
 
@@ -73,9 +72,9 @@ class CanManage {
 
     const int maxChannelCount_ = kCanChannels;
     const int startChannel_ = kFirstCanCode;
-    const int endChannel_ = kFirstCanCode + kCanChannels - 1;
+    const int endChannel_ = kLastCanCode;
 
-    // Bit rates in bit/s, 0 until timing has been set.
+    // Bit rates in bit/s, 0 until timing has been set; planning on such a channel makes it 100.
     static std::array<std::atomic<int>, kCanChannels> BaudRate_;
     static std::array<std::atomic<int>, kCanChannels> DataBaudRate_;
 

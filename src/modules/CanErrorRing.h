@@ -14,11 +14,11 @@ struct ErrorInfo {
     uint16_t errBit; // bit position of the error
     uint32_t canid;  // of the frame in error
     uint8_t potocolPos;
-    uint8_t type;      // the four of one bit each
-    uint8_t direction; //
-    uint8_t potocol;   //
+    uint8_t type;      // one bit
+    uint8_t direction; // one bit
+    uint8_t potocol;   // one bit
     uint8_t dlc;
-    uint8_t esi; //
+    uint8_t esi; // one bit
     uint8_t resv;
     uint8_t length; // bytes of `data` that count; the driver may say more than there are
     uint8_t data[64];

@@ -41,19 +41,6 @@ constexpr int64_t kToleratedStepBack = 5; // seconds
 // What an error on a channel that only listens is reported as, when the controller gives no code.
 constexpr uint8_t kListenErrorCode = 7;
 
-// DLC by payload length. A length that no frame can have counts as DLC 0.
-constexpr auto kLengthToDlc = [] {
-    std::array<uint8_t, 256> table{};
-    for (uint8_t dlc = 0; dlc <= kMostClassicBytes; ++dlc) {
-        table[dlc] = dlc;
-    }
-    uint8_t dlc = kMostClassicBytes;
-    for (const size_t length : {12U, 16U, 20U, 24U, 32U, 48U, 64U}) {
-        table[length] = ++dlc;
-    }
-    return table;
-}();
-
 void CountOne(std::array<std::atomic<uint64_t>, kCanChannels>& counters, int channel) {
     counters[static_cast<size_t>(channel)].fetch_add(1, std::memory_order_relaxed);
 }
@@ -99,8 +86,9 @@ void CanRecord::CanCommonFrameHandle(const pcap_pkthdr* pkthdr, const CanPacket&
         flags |= 1 << kTypeBit | packet.GetBrs() << kRemoteOrBrsBit | packet.GetESI() << kEsiBit;
     }
 
-    // Only the frame that lay in the receive buffer as the channel began to listen is held back,
-    // and that once: it is of no use to hold back a frame whenever the state is set again.
+    // A frame that lay in the receive buffer as its channel began to listen is stale. One is
+    // dropped in the life of the process, of whichever channel comes first; the marks of others
+    // stay.
     if (!canFrameDrop && canManager_.GetListenForbidden(channel) > 0) {
         canManager_.ClearListenForbidden(channel);
         canFrameDrop = true;
@@ -169,8 +157,7 @@ void CanRecord::WriteErrorRecord(int channel, const ErrorInfo& info) {
     const uint32_t serviceLength = kErrorHead + info.length;
     WireWriter record(record_);
     record.U8(0)
-        .U16(static_cast<uint16_t>(serviceLength))
-        .U16(0)
+        .U32(serviceLength)
         .U8(ERR_INFO_SERVICE_GID)
         .U8(kCanErrorSid)
         .U64(info.timestamp)

@@ -13,8 +13,9 @@
 
 // The road of a captured CAN packet to the host: builds the record and queues it, in a buffer of
 // its own that it uses again. Lives on the capture thread, but for what says otherwise. It
-// allocates nothing, takes no lock but that of the USB link and prints nothing, save for a clock
-// that went back. A record for which the link has no room is lost, yet counted as recorded.
+// allocates nothing and takes no lock but that of the USB link. It prints when the capture's clock
+// went back; the USB link prints when it loses messages. A record for which the link has no room is
+// lost, yet counted as recorded.
 class CanRecord {
   public:
     using ErrorRings = std::array<CanErrorRing, kCanChannels>;

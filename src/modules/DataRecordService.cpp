@@ -3,6 +3,7 @@
 #include "drivers/DevManager.h"
 #include "drivers/UsbDriver.h"
 #include "utils/Console.h"
+#include "utils/Logger.h"
 #include "versions/VersionManager.h"
 
 #include <algorithm>
@@ -18,7 +19,6 @@
 namespace {
 
 // Channel codes in records and requests.
-constexpr int kLastCanCode = kFirstCanCode + kCanChannels - 1;
 constexpr int kFirstLinCode = 50;
 
 constexpr int kLinChannels = 2;
@@ -65,6 +65,10 @@ DataRecordService::DataRecordService(ZephEventLoop* loop, const std::string& chr
 
 DataRecordService::~DataRecordService() {
     capturer_.StopCapturer();
+    const uint64_t dropped = capturer_.TruncatedPackets() + canRecord_.MalformedPackets();
+    if (dropped != 0) {
+        VCI_LOG_WARN << "recording: " << dropped << " packets of a wrong form were dropped";
+    }
 }
 
 void DataRecordService::Init() {
@@ -121,7 +125,7 @@ void DataRecordService::CfgEthRecordSwitch() {
     // In spite of the request's name these are the CAN channels, the only ones that hosts switch
     // this way.
     const uint8_t channel = pReqSrv[2];
-    if (channel < kFirstCanCode || channel > kLastCanCode) {
+    if (!CanChannelOfCode(channel)) {
         UsbNegtiveResponse(VALUE_OUTOF_RANGE);
         return;
     }
@@ -150,7 +154,7 @@ void DataRecordService::UsbUploadCallback(const pcap_pkthdr* pkthdr, const u_cha
         return;
     }
     const uint8_t code = channel->second.code;
-    if (code >= kFirstCanCode && code <= kLastCanCode) {
+    if (CanChannelOfCode(code)) {
         canRecord_.CanPacketCooked(pkthdr, packet);
     }
 }

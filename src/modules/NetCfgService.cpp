@@ -40,10 +40,9 @@ void NetCfgService::HandleReadEvent() {
     HandleRequest(*this, func_map);
 }
 
-// A wire value below 8 wraps round, out of range as well.
 std::optional<uint8_t> NetCfgService::CheckedChannel(uint8_t highest) {
-    const auto channel = static_cast<uint8_t>(pReqSrv[2] - kFirstCanCode);
-    if (channel >= kCanChannels || pReqSrv[3] > highest) {
+    const auto channel = CanChannelOfCode(pReqSrv[2]);
+    if (!channel || pReqSrv[3] > highest) {
         UsbNegtiveResponse(VALUE_OUTOF_RANGE);
         return std::nullopt;
     }

@@ -21,16 +21,16 @@ void VciSendService::HandleReadEvent() {
 }
 
 bool VciSendService::CheckChannel() {
-    const auto index = static_cast<uint8_t>(pReqSrv[2] - kFirstCanCode); // below 8 it wraps round
-    if (index >= kCanChannels) {
+    const auto index = CanChannelOfCode(pReqSrv[2]);
+    if (!index) {
         UsbNegtiveResponse(VALUE_OUTOF_RANGE);
         return false;
     }
-    if (canManager.GetDeviceStatus(index) != 1) {
+    if (canManager.GetDeviceStatus(*index) != 1) {
         UsbNegtiveResponse(SERVICE_WRONG_SEQUENCE);
         return false;
     }
-    if (canManager.GetListenStatus(index) > 0) {
+    if (canManager.GetListenStatus(*index) > 0) {
         UsbNegtiveResponse(CAN_SENDFRAME_WITH_ACKOFF_MODE);
         return false;
     }

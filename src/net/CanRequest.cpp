@@ -1,7 +1,8 @@
 #include "net/CanRequest.h"
 
+#include "common/CanWire.h"
+
 #include <algorithm>
-#include <array>
 
 namespace net {
 
@@ -12,18 +13,13 @@ constexpr uint8_t kDlcMask = 0x0F;
 constexpr uint8_t kRemoteOrSwitch = 1 << 5;
 constexpr uint8_t kFd = 1 << 6;
 
-// Payload length of a DLC code.
-constexpr std::array<uint8_t, 16> dlcToLength_{0, 1,  2,  3,  4,  5,  6,  7,
-                                               8, 12, 16, 20, 24, 32, 48, 64};
-
-} // namespace
-
-CanRequestFrame ReadCanFrame(uint32_t idWord, uint8_t flags, WireReader& data) {
+// Takes the data behind an id word and a flags byte: as many bytes as the DLC code says.
+CanRequestFrame ReadFrame(uint32_t idWord, uint8_t flags, WireReader& data) {
     CanRequestFrame read;
     read.extended = (idWord & CAN_EFF_FLAG) != 0;
     const canid_t id = idWord & (read.extended ? CAN_EFF_MASK : CAN_SFF_MASK);
     read.bit5 = (flags & kRemoteOrSwitch) != 0;
-    const uint8_t length = dlcToLength_[flags & kDlcMask];
+    const uint8_t length = kDlcToLength[flags & kDlcMask];
     const auto bytes = data.Bytes(length);
     read.frame_data.is_fd = (flags & kFd) != 0;
     if (read.frame_data.is_fd) {
@@ -39,6 +35,41 @@ CanRequestFrame ReadCanFrame(uint32_t idWord, uint8_t flags, WireReader& data) {
         std::copy(kept.begin(), kept.end(), frame.data);
     }
     return read;
+}
+
+} // namespace
+
+uint8_t ReadCanRequestChannel(WireReader& request) {
+    request.Skip(2); // gid and sid
+    return static_cast<uint8_t>(request.U8() - kFirstCanCode);
+}
+
+CanRequestHead ReadCanRequestHead(WireReader& request) {
+    const uint8_t channel = ReadCanRequestChannel(request);
+    return {channel, request.U8()};
+}
+
+CanRequestFrame ReadCanFrameEntry(WireReader& request) {
+    const uint32_t idWord = request.U32();
+    const uint8_t flags = request.U8();
+    return ReadFrame(idWord, flags, request);
+}
+
+CanPeriodicEntry ReadCanPeriodicEntry(WireReader& request) {
+    const uint32_t idWord = request.U32();
+    const uint16_t period = request.U16();
+    const uint8_t flags = request.U8();
+    CanRequestFrame read = ReadFrame(idWord, flags, request);
+    CanFrameData& data = read.frame_data;
+    if (read.extended) {
+        data.id() |= CAN_EFF_FLAG;
+    }
+    if (read.bit5 && data.is_fd) {
+        data.fd.flags |= CANFD_BRS;
+    } else if (read.bit5) {
+        data.id() |= CAN_RTR_FLAG;
+    }
+    return {read, period};
 }
 
 } // namespace net

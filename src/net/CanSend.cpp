@@ -27,14 +27,6 @@ uint64_t getCurrentTimestampUs() {
     return Drivers::DevTimestamp::GetInstance()->GetTimestamp() / kNsPerUs;
 }
 
-canid_t SetExtendedFrame(canid_t id) {
-    return id | CAN_EFF_FLAG;
-}
-
-canid_t SetRemoteFrame(canid_t id) {
-    return id | CAN_RTR_FLAG;
-}
-
 // The rate of a channel; one that was never set falls back, with a message the first time.
 int RateOrFallback(std::atomic<int>& rate, const char* message) {
     if (rate < 1) {
@@ -42,57 +34,6 @@ int RateOrFallback(std::atomic<int>& rate, const char* message) {
         PrintLine(message);
     }
     return rate;
-}
-
-// The channel and the entry count of a request: what stands before its entries.
-struct RequestHead {
-    uint8_t channel;
-    uint8_t count;
-};
-
-uint8_t ReadChannel(WireReader& request) {
-    request.Skip(2); // gid and sid
-    return static_cast<uint8_t>(request.U8() - kFirstCanCode);
-}
-
-RequestHead ReadHead(WireReader& request) {
-    const uint8_t channel = ReadChannel(request);
-    return {channel, request.U8()};
-}
-
-// An entry of a burst, or the frame of a single request.
-CanRequestFrame ReadBurstEntry(WireReader& request) {
-    const uint32_t idWord = request.U32();
-    const uint8_t flags = request.U8();
-    return ReadCanFrame(idWord, flags, request);
-}
-
-canid_t& IdOf(CanFrameData& data) {
-    return data.is_fd ? data.fd.can_id : data.std.can_id;
-}
-
-struct PeriodicEntry {
-    CanRequestFrame frame;
-    uint16_t period; // milliseconds, 0 to stop
-};
-
-// The frame of a task carries all its flags.
-PeriodicEntry ReadPeriodicEntry(WireReader& request) {
-    const uint32_t idWord = request.U32();
-    const uint16_t period = request.U16();
-    const uint8_t flags = request.U8();
-    CanRequestFrame read = ReadCanFrame(idWord, flags, request);
-    CanFrameData& data = read.frame_data;
-    canid_t& id = IdOf(data);
-    if (read.extended) {
-        id = SetExtendedFrame(id);
-    }
-    if (read.bit5 && data.is_fd) {
-        data.fd.flags |= CANFD_BRS;
-    } else if (read.bit5) {
-        id = SetRemoteFrame(id);
-    }
-    return {read, period};
 }
 
 } // namespace
@@ -129,9 +70,9 @@ int CanSend::WriteCallback(uint8_t canChannel, void* frame, int type, int potoco
 
 void CanSend::SendMutiMessages(std::span<const uint8_t> pReqSrv) {
     WireReader request(pReqSrv);
-    const RequestHead head = ReadHead(request);
+    const CanRequestHead head = ReadCanRequestHead(request);
     for (int i = 0; i < head.count; ++i) {
-        CanRequestFrame entry = ReadBurstEntry(request);
+        CanRequestFrame entry = ReadCanFrameEntry(request);
         if (!request.ok()) {
             return;
         }
@@ -141,8 +82,8 @@ void CanSend::SendMutiMessages(std::span<const uint8_t> pReqSrv) {
 
 void CanSend::SendSingleMessage(std::span<const uint8_t> pReqSrv) {
     WireReader request(pReqSrv);
-    const uint8_t channel = ReadChannel(request);
-    CanRequestFrame entry = ReadBurstEntry(request);
+    const uint8_t channel = ReadCanRequestChannel(request);
+    CanRequestFrame entry = ReadCanFrameEntry(request);
     if (request.ok()) {
         Send(channel, entry);
     }
@@ -157,19 +98,19 @@ void CanSend::Send(uint8_t channel, CanRequestFrame& entry) {
 
 void CanSend::SetPeriodicSendTask(std::span<const uint8_t> pReqSrv) {
     WireReader request(pReqSrv);
-    const RequestHead head = ReadHead(request);
+    const CanRequestHead head = ReadCanRequestHead(request);
     std::vector<CanTaskInfo> initial_tasks;
     for (int i = 0; i < head.count; ++i) {
-        PeriodicEntry entry = ReadPeriodicEntry(request);
+        const CanPeriodicEntry entry = ReadCanPeriodicEntry(request);
         if (!request.ok()) {
             break;
         }
-        CanFrameData& data = entry.frame.frame_data;
+        const CanFrameData& data = entry.frame.frame_data;
         if (entry.period == 0) {
             StopTask(head.channel, data);
         } else {
             initial_tasks.push_back(
-                {head.channel, IdOf(data), entry.frame.extended, entry.period, data});
+                {head.channel, data.id(), entry.frame.extended, entry.period, data});
         }
     }
     scheduleNewTasks(initial_tasks);

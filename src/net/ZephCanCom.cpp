@@ -119,7 +119,7 @@ int ZephCanCom::OpenSingleSocket() {
     sockaddr_can address{};
     if (fd < 0 || !FindDevice(fd, index_, address) ||
         bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0) {
-        Close(fd, kHard); // of a socket that was not made this is an error of its own
+        Close(fd, kHard); // of a socket that was not made: EBADF, which is then what is told
         return errno;
     }
     SetSocketNonBlock(fd);

@@ -22,3 +22,7 @@ vboardctl daemon stop
 rm /tmp/can_listen_forbidden_state
 vboardctl daemon start
 vboardctl daemon wait-ready 20
+vboardctl daemon stop
+[ "$(cat /tmp/can_listen_forbidden_state)" = 0 ]
+vboardctl daemon start
+vboardctl daemon wait-ready 20

@@ -39,8 +39,8 @@ uint32_t OffsetPlanner::Timeline::EndAt(uint32_t start) const {
 }
 
 // Brings the room up to date where it changes: from the interval before the slot to as far as the
-// slot was or is busy. Of intervals that overlap only the one that starts last before a slot
-// counts, as a look-up in an ordered map finds it.
+// slot was or is busy. Of intervals that overlap, the one that starts last before a slot
+// decides; the next start behind it bounds the room.
 void OffsetPlanner::Timeline::Set(uint32_t start, uint32_t end) {
     const size_t slot = start / OFFSET_SEARCH_STEP_US;
     size_t before = slot;

@@ -44,8 +44,8 @@ class OffsetPlanner {
 
   private:
     // The busy intervals of the window. Every start is a multiple of the search step, because
-    // offsets and periods are: so the ordered map from start to end is an array with one slot a
-    // step, and beside it stands what a search wants to know of each slot.
+    // offsets and periods are, so an array with one slot a step holds them; beside it stands what a
+    // search wants to know of each slot.
     class Timeline {
       public:
         Timeline();

@@ -1,6 +1,7 @@
 #include "net/MonitoredInterfaces.h"
 
 #include <atomic>
+#include <chrono>
 #include <climits>
 #include <thread>
 
@@ -67,9 +68,11 @@ TEST(MonitoredInterfaces, AreAskedWhileTheyChange) {
         set.Set(3 + 64 * i, true);
         set.Set(3 + 64 * (i - 1) + 1, (i & 1) != 0);
     }
-    while (!sawLast) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!sawLast && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
     }
+    EXPECT_TRUE(sawLast);
     stop = true;
     asking.join();
     EXPECT_FALSE(lost);

@@ -260,7 +260,6 @@ TEST(PacketCapture, SeesALivePacketOfTheInterfaceThatIsMonitored) {
     capture.StopCapturer();
     ASSERT_FALSE(seen.empty());
     EXPECT_EQ(seen[0].index, index);
-    EXPECT_LT(seen[0].nanoseconds, 1000000000);
     ASSERT_EQ(seen[0].bytes.size(), 28U); // 20 bytes of header before the data
     EXPECT_EQ(std::vector<uint8_t>(seen[0].bytes.begin(), seen[0].bytes.begin() + 2),
               (std::vector<uint8_t>{0, 12}));
