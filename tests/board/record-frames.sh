@@ -1,6 +1,7 @@
 #!/bin/bash
 # What the host is told of the frames on the wires, byte for byte: layout, order, device time.
 set -euo pipefail
+trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
 
 ask() { vcictl raw "$@" >/dev/null; }
 # The records of a channel, in the order of their arrival: from a file of messages.
@@ -10,15 +11,15 @@ told() { # told CHANNELS MILLISECONDS HEX...
     local channels=$1 time=$2 code
     shift 2
     vboardctl can trace clear
-    vcictl raw "$@" --count 0 --wait "$time" >"$VBOARD_RESULTS/messages"
-    vboardctl can trace >"$VBOARD_RESULTS/trace"
+    vcictl raw "$@" --count 0 --wait "$time" >"$VBOARD_RESULTS/record-frames.messages"
+    vboardctl can trace >"$VBOARD_RESULTS/record-frames.trace"
     awk -v told="$channels" -v wires="0-1 2-3 4-5" -f tests/board/record-expected.awk \
-        "$VBOARD_RESULTS/trace" >"$VBOARD_RESULTS/expected"
+        "$VBOARD_RESULTS/record-frames.trace" >"$VBOARD_RESULTS/record-frames.expected"
     for code in 08 09 0a 0b 0c 0d; do
-        diff <(of_channel $code "$VBOARD_RESULTS/expected") \
-            <(of_channel $code "$VBOARD_RESULTS/messages")
+        diff <(of_channel $code "$VBOARD_RESULTS/record-frames.expected") \
+            <(of_channel $code "$VBOARD_RESULTS/record-frames.messages")
     done
-    wc -l <"$VBOARD_RESULTS/expected"
+    wc -l <"$VBOARD_RESULTS/record-frames.expected"
 }
 wait_console() { # wait_console TEXT
     for _ in {1..100}; do
@@ -51,7 +52,7 @@ long=$(printf '%02x' {0..63})
 # An error-passive sender says so in its FD frames.
 vboardctl can errors 1 140 0
 [ "$(told "can0 can1" 800 1635 09 11000000 61 77)" = 2 ]
-[ "$(of_channel 08 "$VBOARD_RESULTS/messages" | cut -c41-42)" = f1 ]
+[ "$(of_channel 08 "$VBOARD_RESULTS/record-frames.messages" | cut -c41-42)" = f1 ]
 
 # Off is off, for this channel.
 ask 0916 09 00

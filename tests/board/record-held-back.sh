@@ -2,6 +2,7 @@
 # The frame that lay in the receive buffer as a channel began to listen is not told, once in the
 # daemon's life.
 set -euo pipefail
+trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
 rm -f /tmp/can_listen_forbidden_state
 
 ask() { vcictl raw "$@" >/dev/null; }

@@ -2,6 +2,7 @@
 # The time of a record is that of the device, also when it jumps; one that it cannot have drops the
 # frame.
 set -euo pipefail
+trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
 
 ask() { vcictl raw "$@" >/dev/null; }
 # Sends a frame on can0 and prints the time in its record, as 16 digits from the lowest byte up.

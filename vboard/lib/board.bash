@@ -191,9 +191,9 @@ report_end() {
         show_tail console.log
         if [[ $status == 0 ]]; then status=125; fi
     fi
-    # SIGTERM is how a run ends a daemon, which may be too young to have a handler yet.
+    # SIGTERM is how a run ends a daemon, which may be too young to have a handler yet; SIGINT is a test's.
     local death
-    if death=$(grep 'killed by signal' "$results/supervisor.log" | grep -v -m 1 'signal 15,'); then
+    if death=$(grep 'killed by signal' "$results/supervisor.log" | grep -vE -m 1 'signal (2|15),'); then
         say "the daemon died: $death"
     fi
     if grep -qE '(WARNING|BUG): ' "$results/kernel.log"; then

@@ -3,8 +3,8 @@
  * The six CAN channels: their parts are put together here (vboard_can.h says
  * which they are), and the control files that are about a channel as a whole.
  *
- * Control files (those of the trace and of the broadcast manager are in their
- * own files):
+ * Control files (those of the trace, the packets, the errors and the broadcast
+ * manager are in their own files):
  *   state    one line a channel, words "<name>=<value>" behind its name
  *   wiring   which channels share a wire, "0-1 2-3 4-5" at first; write the
  *            groups, a channel that is not named is alone
@@ -58,9 +58,11 @@ static int state_show(struct seq_file *to, void *owner)
 		seq_printf(to, "tec=%u rec=%u selfack=%d termination=%u waiting=%u ",
 			   channel->tx_errors, channel->rx_errors, channel->self_ack,
 			   can_regs_termination(i), channel->tail - channel->head);
-		seq_printf(to, "sent=%llu received=%llu noack=%llu disturbed=%llu aborted=%llu\n",
+		seq_printf(to, "sent=%llu received=%llu noack=%llu disturbed=%llu aborted=%llu ",
 			   channel->sent, channel->received, channel->unacknowledged,
 			   channel->disturbed, channel->aborted);
+		seq_printf(to, "faulty=%llu captured=%llu errors=%llu\n",
+			   channel->faulty, channel->captured, channel->errors);
 	}
 	spin_unlock_bh(&can_lock);
 	return 0;
@@ -203,9 +205,13 @@ static int can_init(struct dentry *control)
 			goto free_channels;
 	}
 	can_bus_make();
-	err = can_trace_make(control);
+	err = can_errors_make(control);
 	if (err)
 		goto free_channels;
+	can_capture_make(control);
+	err = can_trace_make(control);
+	if (err)
+		goto free_errors;
 	err = can_regs_make();
 	if (err)
 		goto free_trace;
@@ -226,6 +232,8 @@ free_regs:
 free_trace:
 	can_bus_free();
 	can_trace_free();
+free_errors:
+	can_errors_free();
 free_channels:
 	free_channels();
 	return err;
@@ -238,6 +246,7 @@ static void can_exit(void)
 	can_regs_free();
 	can_bus_free();
 	can_trace_free();
+	can_errors_free();
 	free_channels();
 }
 

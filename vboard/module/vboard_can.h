@@ -2,15 +2,18 @@
 /*
  * The six CAN channels between their files:
  *
- *   vboard_can.c        the device: makes the channels, control files
- *   vboard_can_net.c    can0 to can5, the protocol core as a net device
- *   vboard_can_port.c   ncan0 to ncan5 and /dev/norvane_can0 to 5, the port core
- *   vboard_can_regs.c   the registers of both
- *   vboard_can_bus.c    the wires: who sends, how long, who hears it
- *   vboard_can_bits.c   a frame on the wire: its length and its rank
- *   vboard_can_trace.c  what the wires saw
- *   vboard_can_bcm.c    the CAN_BCM protocol
- *   vboard_can_task.c   its periodic frames
+ *   vboard_can.c          the device: makes the channels, control files
+ *   vboard_can_net.c      can0 to can5, the protocol core as a net device
+ *   vboard_can_port.c     ncan0 to ncan5 and /dev/norvane_can0 to 5, the port core
+ *   vboard_can_regs.c     the registers of both
+ *   vboard_can_bus.c      the wires: who sends, how long, who hears it
+ *   vboard_can_bits.c     a frame on the wire: its length and its rank
+ *   vboard_can_trace.c    what the wires saw
+ *   vboard_can_capture.c  what ncan0 to ncan5 tell of it: a packet for each frame
+ *   vboard_can_errors.c   the error rings in /dev/norvane_can0 to 5
+ *   vboard_can_uplink.c   the way of packets to the kernel
+ *   vboard_can_bcm.c      the CAN_BCM protocol
+ *   vboard_can_task.c     its periodic frames
  *
  * Times are nanoseconds of the kernel's monotonic clock, unless said otherwise.
  */
@@ -55,8 +58,25 @@ struct can_bits {
 #define CAN_ERROR_BITS 14		/* error flag and error delimiter */
 #define CAN_SUSPEND_BITS 8		/* pause of an error-passive sender */
 
+/* How an attempt to send ended; from CAN_RESULT_BIT on, as a test has ordered. */
+enum can_result {
+	CAN_RESULT_OK,
+	CAN_RESULT_NOACK,
+	CAN_RESULT_ABORTED,
+	CAN_RESULT_BIT,		/* the wire had another level than the sender's */
+	CAN_RESULT_STUFF,	/* six equal bits */
+	CAN_RESULT_CRC,
+	CAN_RESULT_FORM,	/* a delimiter was not recessive */
+};
+
 /* @passive: the sender is error-passive, which an FD frame tells in a bit. */
 struct can_bits can_frame_bits(const struct can_wire_frame *wire, bool passive);
+/*
+ * The bit, counted from 0, at which a frame of that length shows such a fault:
+ * a wrong level or six equal bits at the first bit behind the control field.
+ */
+unsigned int can_fault_bit(const struct can_wire_frame *wire, struct can_bits bits, bool passive,
+			   enum can_result fault);
 /* The arbitration field as a number: of two frames, the lower one wins the bus. */
 u64 can_frame_rank(const struct can_wire_frame *wire);
 
@@ -82,6 +102,12 @@ struct can_slot {
 
 struct can_bus;
 
+/* Packets on their way to the kernel; has its own lock. */
+struct can_uplink {
+	struct napi_struct napi;
+	struct sk_buff_head skbs;
+};
+
 /* One channel. All fields are guarded by can_lock unless said otherwise. */
 struct can_channel {
 	unsigned int index;
@@ -89,6 +115,7 @@ struct can_channel {
 	struct net_device *port;	/* ncan<index>; constant */
 
 	bool up;			/* the net device is */
+	bool port_up;			/* the port's net device is: it tells what it sees */
 	bool bus_off;
 	u16 tx_errors, rx_errors;	/* the counters that can lead to bus-off */
 	int self_ack;			/* not 0: acknowledges its own frames */
@@ -102,19 +129,19 @@ struct can_channel {
 	u32 head, tail;			/* free-running; head is the oldest frame */
 	struct can_slot slots[CAN_SLOTS];
 
-	u64 sent, received, unacknowledged, disturbed, aborted;
+	u32 faults;			/* that so many attempts are still to have ... */
+	enum can_result fault;		/* ... of this kind */
+	u64 sent, received, unacknowledged, disturbed, aborted, faulty;
+	u64 captured, errors;		/* packets of frames, records in the error ring */
 
-	/* Towards the kernel; has its own lock. */
-	struct napi_struct napi;
-	struct sk_buff_head received_skbs;
+	struct can_uplink uplink;	/* of can<index> */
+	struct can_uplink port_uplink;	/* of ncan<index> */
 };
 
 extern struct can_channel *can_channels[CAN_CHANNELS];
 extern spinlock_t can_lock;		/* taken in process and soft interrupt context */
 
 /* ---- vboard_can_bus.c ---------------------------------------------------- */
-
-enum can_result { CAN_RESULT_OK, CAN_RESULT_NOACK, CAN_RESULT_ABORTED };
 
 /*
  * One try to send a frame, as the wire saw it. The masks have a bit for each
@@ -125,6 +152,7 @@ struct can_attempt {
 	struct can_slot *slot;
 	u64 start_ns, end_ns;
 	enum can_result result;
+	bool passive;			/* the sender was, as an FD frame tells */
 	u32 received, disturbed;
 };
 
@@ -157,6 +185,15 @@ static inline bool can_is_on_bus(const struct can_channel *channel)
 	return channel->up && channel->enabled && !channel->bus_off && channel->bit_ns;
 }
 
+/* Whether both understand the frame: the data rate counts when it switches to it. */
+static inline bool can_same_rates(const struct can_channel *a, const struct can_channel *b,
+				  const struct can_wire_frame *wire)
+{
+	bool switched = wire->fd && wire->frame.flags & CANFD_BRS;
+
+	return a->bit_ns == b->bit_ns && (!switched || a->data_bit_ns == b->data_bit_ns);
+}
+
 /* The wire of each channel, 0 to 5: those with the same number share it. */
 void can_wiring(u8 wire_of[CAN_CHANNELS]);
 void can_set_wiring(const u8 wire_of[CAN_CHANNELS]);
@@ -173,6 +210,17 @@ void can_net_dropped(struct can_channel *channel, struct can_slot *slot);
 /* @passive: the sender is error-passive, as the frame itself tells if it is an FD frame. */
 void can_net_deliver(struct can_channel *channel, const struct can_wire_frame *wire, bool passive);
 void can_net_errors_changed(struct can_channel *channel);
+
+/* ---- vboard_can_uplink.c --------------------------------------------------- */
+
+void can_uplink_make(struct can_uplink *uplink, struct net_device *dev);
+void can_uplink_free(struct can_uplink *uplink);
+/* With the device going up and down; may sleep. */
+void can_uplink_open(struct can_uplink *uplink);
+void can_uplink_close(struct can_uplink *uplink);
+/* Any context but a hard interrupt; between open and close. */
+bool can_uplink_is_full(const struct can_uplink *uplink);
+void can_uplink_pass(struct can_uplink *uplink, struct sk_buff *skb);
 
 /* ---- vboard_can_port.c ----------------------------------------------------- */
 
@@ -211,6 +259,27 @@ int can_trace_make(struct dentry *control);
 void can_trace_free(void);
 /* Called with can_lock held. */
 void can_trace_attempt(const struct can_attempt *attempt);
+
+/* ---- vboard_can_capture.c -------------------------------------------------- */
+
+void can_capture_make(struct dentry *control);
+/* These are called with can_lock held. */
+void can_capture_attempt(const struct can_attempt *attempt);
+/* Tells of @count records of the error ring from slot @first on; the latest is of @time_ns. */
+void can_capture_errors(struct can_channel *channel, u8 first, u8 count, u64 time_ns);
+
+/* ---- vboard_can_errors.c --------------------------------------------------- */
+
+int can_errors_make(struct dentry *control);
+void can_errors_free(void);
+/* Maps the channel's error ring for an application. */
+int can_errors_map(struct can_channel *channel, struct vm_area_struct *vma);
+/* These are called with can_lock held. */
+void can_errors_attempt(const struct can_attempt *attempt, u64 time_ns);
+void can_errors_bus_off(struct can_channel *channel);
+/* Announces the records that have been written since the last time. */
+void can_errors_announce(struct can_channel *channel);
+void can_errors_announce_all(void);
 
 /* ---- vboard_can_bcm.c ------------------------------------------------------ */
 

@@ -81,19 +81,38 @@ static void put_id(struct bit_stream *to, canid_t id, bool remote)
 	}
 }
 
+static void put_classic_head(struct bit_stream *to, const struct canfd_frame *frame)
+{
+	put_id(to, frame->can_id, frame->can_id & CAN_RTR_FLAG);
+	put(to, 0, frame->can_id & CAN_EFF_FLAG ? 2 : 1);	/* reserved */
+	put(to, frame->len, 4);
+}
+
 static struct can_bits classic_bits(const struct canfd_frame *frame)
 {
-	bool remote = frame->can_id & CAN_RTR_FLAG;
 	struct bit_stream stream = {};
 
-	put_id(&stream, frame->can_id, remote);
-	put(&stream, 0, frame->can_id & CAN_EFF_FLAG ? 2 : 1);	/* reserved */
-	put(&stream, frame->len, 4);
-	if (!remote)
+	put_classic_head(&stream, frame);
+	if (!(frame->can_id & CAN_RTR_FLAG))
 		put_data(&stream, frame);
 	put(&stream, stream.crc, CRC15_BITS);
 	stuff(&stream);
 	return (struct can_bits){ .nominal = stream.count + 1 };
+}
+
+/* Returns the bits at the nominal rate: up to the one that switches. */
+static u16 put_fd_head(struct bit_stream *to, const struct canfd_frame *frame, bool passive)
+{
+	u16 nominal;
+
+	put_id(to, frame->can_id, false);
+	put(to, 2, 2);		/* FD format, reserved */
+	put(to, !!(frame->flags & CANFD_BRS), 1);
+	nominal = to->count;
+
+	put(to, passive || frame->flags & CANFD_ESI, 1);
+	put(to, can_fd_len2dlc(frame->len), 4);
+	return nominal;
 }
 
 static struct can_bits fd_bits(const struct canfd_frame *frame, bool passive)
@@ -103,13 +122,7 @@ static struct can_bits fd_bits(const struct canfd_frame *frame, bool passive)
 	struct can_bits bits;
 	unsigned int rest;
 
-	put_id(&stream, frame->can_id, false);
-	put(&stream, 2, 2);		/* FD format, reserved */
-	put(&stream, switched, 1);
-	bits.nominal = stream.count;
-
-	put(&stream, passive || frame->flags & CANFD_ESI, 1);
-	put(&stream, can_fd_len2dlc(frame->len), 4);
+	bits.nominal = put_fd_head(&stream, frame, passive);
 	put_data(&stream, frame);
 	/* The two halves of the switching bits at both ends make one bit of each rate. */
 	rest = stream.count - bits.nominal + 1 +
@@ -122,6 +135,36 @@ static struct can_bits fd_bits(const struct canfd_frame *frame, bool passive)
 struct can_bits can_frame_bits(const struct can_wire_frame *wire, bool passive)
 {
 	return wire->fd ? fd_bits(&wire->frame, passive) : classic_bits(&wire->frame);
+}
+
+/* The bits in front of the data, or of the CRC if there are no data. */
+static unsigned int head_bits(const struct can_wire_frame *wire, bool passive)
+{
+	struct bit_stream stream = {};
+
+	if (wire->fd)
+		put_fd_head(&stream, &wire->frame, passive);
+	else
+		put_classic_head(&stream, &wire->frame);
+	return stream.count;
+}
+
+unsigned int can_fault_bit(const struct can_wire_frame *wire, struct can_bits bits, bool passive,
+			   enum can_result fault)
+{
+	unsigned int acknowledge_slot = bits.nominal + bits.data;
+
+	switch (fault) {
+	case CAN_RESULT_BIT:
+	case CAN_RESULT_STUFF:
+		return head_bits(wire, passive);
+	case CAN_RESULT_FORM:		/* in the CRC delimiter */
+		return acknowledge_slot - 1;
+	case CAN_RESULT_CRC:		/* told behind the acknowledge slot */
+		return acknowledge_slot + 1;
+	default:
+		return acknowledge_slot;
+	}
 }
 
 /*

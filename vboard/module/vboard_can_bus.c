@@ -26,6 +26,8 @@
  *    such a frame over, a listening channel neither.
  *  - A channel of another rate sees an error at each frame and counts it,
  *    but does not disturb the others.
+ *  - An attempt that a test has ordered to fail (control file fault) is broken
+ *    off for all: the sender counts 8, up to bus-off, and whoever hears it 1.
  *
  * Retries of a frame that nobody acknowledges can only end by somebody's
  * change, and that makes the wire catch up first. So they need not be watched
@@ -45,6 +47,7 @@
 #define ERROR_STEP 8
 #define ERROR_PASSIVE 128
 #define ERROR_COUNT_MAX 255
+#define BUS_OFF 256
 
 struct can_bus {
 	struct hrtimer timer;
@@ -52,8 +55,9 @@ struct can_bus {
 	u64 woken_ns;			/* when the timer was last due */
 	struct can_channel *sender;	/* of the frame on the wire, or NULL */
 	bool passive;			/* it is, as the frame tells */
+	enum can_result fault;		/* how it is going to fail, or CAN_RESULT_OK */
 	u64 start_ns, end_ns;
-	u64 answered_ns;		/* end of the acknowledge slot */
+	u64 answered_ns;		/* end of the acknowledge slot, or of the bit at fault */
 	bool acknowledged;		/* as things stand */
 	u32 hearing;			/* channels that have heard it from its start */
 };
@@ -77,14 +81,6 @@ static bool is_passive(const struct can_channel *channel)
 	return max(channel->tx_errors, channel->rx_errors) >= ERROR_PASSIVE;
 }
 
-static bool same_rates(const struct can_channel *a, const struct can_channel *b,
-		       const struct can_wire_frame *wire)
-{
-	bool switched = wire->fd && wire->frame.flags & CANFD_BRS;
-
-	return a->bit_ns == b->bit_ns && (!switched || a->data_bit_ns == b->data_bit_ns);
-}
-
 void can_set_errors(struct can_channel *channel, u16 tx_errors, u16 rx_errors)
 {
 	if (channel->tx_errors == tx_errors && channel->rx_errors == rx_errors)
@@ -102,12 +98,12 @@ static void judge(struct can_bus *bus)
 	struct can_channel *sender = bus->sender;
 	unsigned int i;
 
-	bus->acknowledged = sender->self_ack;
+	bus->acknowledged = sender->self_ack && !bus->fault;
 	for (i = 0; i < CAN_CHANNELS; i++) {
 		struct can_channel *other = can_channels[i];
 
-		if (bus->hearing & BIT(i) && !other->listening &&
-		    same_rates(sender, other, &oldest(sender)->wire))
+		if (bus->hearing & BIT(i) && !other->listening && !bus->fault &&
+		    can_same_rates(sender, other, &oldest(sender)->wire))
 			bus->acknowledged = true;
 	}
 	bus->end_ns = bus->answered_ns +
@@ -123,6 +119,15 @@ static struct can_bits bits_of(struct can_slot *slot, bool passive)
 	return slot->bits;
 }
 
+/* How long the first @count bits of a frame take: nominal, data, nominal again. */
+static u64 bits_ns(const struct can_channel *sender, struct can_bits bits, unsigned int count)
+{
+	unsigned int data = clamp_t(int, (int)count - bits.nominal, 0, bits.data);
+
+	return (u64)(count - data) * sender->bit_ns +
+	       (u64)data * (sender->data_bit_ns ?: sender->bit_ns);
+}
+
 static void begin(struct can_bus *bus, struct can_channel *sender, u64 start_ns)
 {
 	bool passive = is_passive(sender);
@@ -131,9 +136,15 @@ static void begin(struct can_bus *bus, struct can_channel *sender, u64 start_ns)
 
 	bus->sender = sender;
 	bus->passive = passive;
+	bus->fault = CAN_RESULT_OK;
+	if (sender->faults) {
+		sender->faults--;
+		bus->fault = sender->fault;
+	}
 	bus->start_ns = start_ns;
-	bus->answered_ns = start_ns + (u64)(bits.nominal + 1) * sender->bit_ns +
-			   (u64)bits.data * (sender->data_bit_ns ?: sender->bit_ns);
+	bus->answered_ns = start_ns + bits_ns(sender, bits, 1 +
+			   can_fault_bit(&oldest(sender)->wire, bits, passive,
+					 bus->fault ?: CAN_RESULT_NOACK));
 	bus->hearing = 0;
 	for (i = 0; i < CAN_CHANNELS; i++)
 		if (can_channels[i] != sender && can_channels[i]->bus == bus &&
@@ -155,7 +166,7 @@ static void tell_listeners(struct can_bus *bus, struct can_attempt *attempt)
 
 		if (!(bus->hearing & BIT(i)))
 			continue;
-		if (good && same_rates(attempt->sender, other, wire)) {
+		if (good && can_same_rates(attempt->sender, other, wire)) {
 			attempt->received |= BIT(i);
 			errors = clamp_t(u16, errors, 1, ERROR_PASSIVE) - 1;
 			can_net_deliver(other, wire, bus->passive);
@@ -179,6 +190,7 @@ static void finish(struct can_bus *bus, enum can_result result)
 		.start_ns = bus->start_ns,
 		.end_ns = bus->end_ns,
 		.result = result,
+		.passive = bus->passive,
 	};
 
 	bus->free_ns = bus->end_ns + (u64)CAN_INTERMISSION_BITS * sender->bit_ns;
@@ -187,6 +199,7 @@ static void finish(struct can_bus *bus, enum can_result result)
 		slot->attempts++;
 	tell_listeners(bus, &attempt);
 	can_trace_attempt(&attempt);
+	can_capture_attempt(&attempt);
 
 	switch (result) {
 	case CAN_RESULT_OK:
@@ -202,6 +215,11 @@ static void finish(struct can_bus *bus, enum can_result result)
 		break;
 	case CAN_RESULT_ABORTED:
 		sender->aborted++;
+		break;
+	default:
+		sender->faulty++;
+		can_set_errors(sender, min(sender->tx_errors + ERROR_STEP, BUS_OFF),
+			       sender->rx_errors);
 		break;
 	}
 	sender->ready_ns = bus->free_ns;
@@ -259,7 +277,8 @@ static u64 start_next(struct can_bus *bus, u64 now_ns)
 /* When the wire has to be looked after next. */
 static u64 watch_ns(const struct can_bus *bus)
 {
-	if (bus->acknowledged || oldest(bus->sender)->attempts < RETRIES_WATCHED)
+	if (bus->acknowledged || bus->fault ||
+	    oldest(bus->sender)->attempts < RETRIES_WATCHED)
 		return bus->end_ns;
 	return max(bus->end_ns, bus->woken_ns + RETRY_WATCH_NS);
 }
@@ -276,7 +295,7 @@ static u64 catch_up(struct can_bus *bus, u64 now_ns)
 		}
 		if (bus->end_ns > now_ns)
 			return watch_ns(bus);
-		finish(bus, bus->acknowledged ? CAN_RESULT_OK : CAN_RESULT_NOACK);
+		finish(bus, bus->acknowledged ? CAN_RESULT_OK : bus->fault ?: CAN_RESULT_NOACK);
 	}
 }
 
@@ -284,6 +303,7 @@ static void advance(struct can_bus *bus, u64 now_ns)
 {
 	u64 next_ns = catch_up(bus, now_ns);
 
+	can_errors_announce_all();
 	if (next_ns != NEVER)
 		hrtimer_start(&bus->timer, ns_to_ktime(next_ns), HRTIMER_MODE_ABS_SOFT);
 }

@@ -12,8 +12,8 @@
  * raised. A listening core drops what it is given to send. A core in
  * configuration mode keeps it.
  *
- * Frames for the kernel go through one NAPI context a channel, so that their
- * order is that of the wire whatever processor the wire's timer ran on.
+ * The queue of frames in front of the core holds QUEUE_FRAMES. What a socket
+ * sends beyond that is lost, and the application cannot tell its host.
  */
 #include <linux/module.h>
 #include <linux/rtnetlink.h>
@@ -23,7 +23,7 @@
 #define ERROR_WARNING 96
 #define ERROR_PASSIVE 128
 #define BUS_OFF 256
-#define RECEIVED_MAX 8192	/* frames on their way to the kernel */
+#define QUEUE_FRAMES 1000	/* a burst of the host has up to 255 */
 
 struct can_net_priv {
 	struct can_priv can;		/* has to come first */
@@ -37,28 +37,6 @@ static struct can_channel *channel_of(const struct net_device *dev)
 
 /* ---- towards the kernel -------------------------------------------------- */
 
-static void pass_up(struct can_channel *channel, struct sk_buff *skb)
-{
-	skb_queue_tail(&channel->received_skbs, skb);
-	napi_schedule(&channel->napi);
-}
-
-static int can_net_poll(struct napi_struct *napi, int budget)
-{
-	struct can_channel *channel = container_of(napi, struct can_channel, napi);
-	struct sk_buff *skb;
-	int done = 0;
-
-	while (done < budget && (skb = skb_dequeue(&channel->received_skbs))) {
-		netif_receive_skb(skb);
-		done++;
-	}
-	if (done < budget && napi_complete_done(napi, done) &&
-	    !skb_queue_empty_lockless(&channel->received_skbs))
-		napi_schedule(napi);
-	return done;
-}
-
 void can_net_deliver(struct can_channel *channel, const struct can_wire_frame *wire, bool passive)
 {
 	struct net_device_stats *stats = &channel->dev->stats;
@@ -67,7 +45,7 @@ void can_net_deliver(struct can_channel *channel, const struct can_wire_frame *w
 	struct sk_buff *skb = NULL;
 
 	channel->received++;
-	if (skb_queue_len_lockless(&channel->received_skbs) < RECEIVED_MAX)
+	if (!can_uplink_is_full(&channel->uplink))
 		skb = wire->fd ? alloc_canfd_skb(channel->dev, &fd) :
 				 alloc_can_skb(channel->dev, &classic);
 	if (!skb) {
@@ -89,7 +67,7 @@ void can_net_deliver(struct can_channel *channel, const struct can_wire_frame *w
 	stats->rx_packets++;
 	if (!(wire->frame.can_id & CAN_RTR_FLAG))
 		stats->rx_bytes += wire->frame.len;
-	pass_up(channel, skb);
+	can_uplink_pass(&channel->uplink, skb);
 }
 
 void can_net_sent(struct can_channel *channel, struct can_slot *slot)
@@ -100,7 +78,7 @@ void can_net_sent(struct can_channel *channel, struct can_slot *slot)
 	if (!(slot->wire.frame.can_id & CAN_RTR_FLAG))
 		stats->tx_bytes += slot->wire.frame.len;
 	if (slot->echo)
-		pass_up(channel, slot->echo);
+		can_uplink_pass(&channel->uplink, slot->echo);
 	netif_wake_queue(channel->dev);
 }
 
@@ -137,6 +115,7 @@ void can_net_errors_changed(struct can_channel *channel)
 	can_change_state(channel->dev, skb ? frame : NULL, tx, rx);
 	if (priv->state == CAN_STATE_BUS_OFF) {
 		channel->bus_off = true;
+		can_errors_bus_off(channel);
 		can_bus_off(channel->dev);
 	}
 	if (!skb)
@@ -146,7 +125,7 @@ void can_net_errors_changed(struct can_channel *channel)
 		frame->data[6] = channel->tx_errors;
 		frame->data[7] = channel->rx_errors;
 	}
-	pass_up(channel, skb);
+	can_uplink_pass(&channel->uplink, skb);
 }
 
 static int can_net_get_berr_counter(const struct net_device *dev, struct can_berr_counter *to)
@@ -228,7 +207,7 @@ static int can_net_open(struct net_device *dev)
 
 	if (!netif_carrier_ok(dev))
 		netif_carrier_on(dev);
-	napi_enable(&channel->napi);
+	can_uplink_open(&channel->uplink);
 	can_regs_enable(channel->index, true);
 	can_regs_apply();
 	can_change_begin();
@@ -252,8 +231,7 @@ static int can_net_stop(struct net_device *dev)
 	can_change_end();
 	can_regs_enable(channel->index, false);
 	can_regs_apply();
-	napi_disable(&channel->napi);
-	skb_queue_purge(&channel->received_skbs);
+	can_uplink_close(&channel->uplink);
 	close_candev(dev);
 	return 0;
 }
@@ -296,7 +274,6 @@ struct can_channel *can_net_make(unsigned int index)
 		goto fail;
 	channel->index = index;
 	channel->dev = dev;
-	skb_queue_head_init(&channel->received_skbs);
 
 	priv = netdev_priv(dev);
 	((struct can_net_priv *)priv)->channel = channel;
@@ -307,9 +284,10 @@ struct can_channel *can_net_make(unsigned int index)
 		goto fail;
 	dev->netdev_ops = &can_net_ops;
 	dev->flags |= IFF_ECHO;
+	dev->tx_queue_len = QUEUE_FRAMES;
 	SET_NETDEV_DEV(dev, &vboard_parent->dev);
 	snprintf(dev->name, sizeof(dev->name), "can%u", index);
-	netif_napi_add(dev, &channel->napi, can_net_poll);
+	can_uplink_make(&channel->uplink, dev);
 	return channel;
 
 fail:
@@ -322,7 +300,7 @@ fail:
 /* Unregistered by now, or never registered. */
 void can_net_free(struct can_channel *channel)
 {
-	netif_napi_del(&channel->napi);
+	can_uplink_free(&channel->uplink);
 	free_candev(channel->dev);
 	kvfree(channel);
 }

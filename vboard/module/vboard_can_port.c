@@ -6,7 +6,7 @@
  * SIOCSIFFLAGS; SIOCDEVPRIVATE takes a 32-bit integer, the self-acknowledge
  * mode: with any value but 0, the channel acknowledges its own frames. The
  * mode goes back to 0 when the device is lowered. Nothing can be sent through
- * these devices.
+ * these devices. What they receive is told in vboard_can_capture.c.
  *
  * /dev/norvane_can0 to 5: a write of exactly 32 bytes, eight 32-bit integers,
  * sets the channel's bit timing in the protocol core's registers:
@@ -16,7 +16,8 @@
  * each a count from 1. EINVAL for another length, or if the nominal part has a
  * value below 1 or above what its register field holds. A data part of such
  * values means no data rate: whoever sets up a classic channel leaves the data
- * part as it happens to be.
+ * part as it happens to be. A mapping shows the channel's error ring
+ * (vboard_can_errors.c).
  */
 #include <linux/bitfield.h>
 #include <linux/can/can-ml.h>
@@ -97,27 +98,48 @@ static ssize_t port_write(struct file *file, const char __user *from, size_t len
 	return len;
 }
 
+static int port_mmap(struct file *file, struct vm_area_struct *vma)
+{
+	struct can_port *port = container_of(file->private_data, struct can_port, misc);
+
+	return can_errors_map(port->channel, vma);
+}
+
 static const struct file_operations port_fops = {
 	.owner = THIS_MODULE,
 	.open = nonseekable_open,
 	.write = port_write,
+	.mmap = port_mmap,
 	.llseek = no_llseek,
 };
 
 /* ---- ncan<n> -------------------------------------------------------------------- */
 
-static void set_self_ack(struct net_device *dev, int mode)
+static struct can_channel *channel_of(const struct net_device *dev)
 {
-	struct can_port_priv *priv = netdev_priv(dev);
+	return ((struct can_port_priv *)netdev_priv(dev))->channel;
+}
 
+static int port_open(struct net_device *dev)
+{
+	struct can_channel *channel = channel_of(dev);
+
+	can_uplink_open(&channel->port_uplink);
 	can_change_begin();
-	priv->channel->self_ack = mode;
+	channel->port_up = true;
 	can_change_end();
+	return 0;
 }
 
 static int port_stop(struct net_device *dev)
 {
-	set_self_ack(dev, 0);
+	struct can_channel *channel = channel_of(dev);
+
+	can_change_begin();
+	channel->port_up = false;
+	channel->self_ack = 0;
+	can_change_end();
+	can_uplink_close(&channel->port_uplink);
 	return 0;
 }
 
@@ -136,11 +158,21 @@ static int port_ioctl(struct net_device *dev, struct ifreq *request, void __user
 		return -EOPNOTSUPP;
 	if (copy_from_user(&mode, data, sizeof(mode)))
 		return -EFAULT;
-	set_self_ack(dev, mode);
+	can_change_begin();
+	channel_of(dev)->self_ack = mode;
+	can_change_end();
 	return 0;
 }
 
+/* Captures have had the packet by now; to the CAN protocols it would be a bad frame. */
+static rx_handler_result_t port_received(struct sk_buff **skb)
+{
+	consume_skb(*skb);
+	return RX_HANDLER_CONSUMED;
+}
+
 static const struct net_device_ops port_ops = {
+	.ndo_open = port_open,
 	.ndo_stop = port_stop,
 	.ndo_start_xmit = port_xmit,
 	.ndo_siocdevprivate = port_ioctl,
@@ -160,6 +192,15 @@ static void port_setup(struct net_device *dev)
 	can_set_ml_priv(dev, netdev_priv(dev) + PRIV_SIZE);
 }
 
+static void unregister_port(struct net_device *dev)
+{
+	rtnl_lock();
+	dev_close(dev);
+	netdev_rx_handler_unregister(dev);
+	unregister_netdevice(dev);
+	rtnl_unlock();
+}
+
 int can_port_make(struct can_channel *channel)
 {
 	struct can_port *port = &ports[channel->index];
@@ -173,10 +214,16 @@ int can_port_make(struct can_channel *channel)
 	snprintf(dev->name, sizeof(dev->name), "ncan%u", channel->index);
 	((struct can_port_priv *)netdev_priv(dev))->channel = channel;
 	SET_NETDEV_DEV(dev, &vboard_parent->dev);
+	can_uplink_make(&channel->port_uplink, dev);
+	channel->port = dev;
 	err = register_netdev(dev);
 	if (err)
 		goto free_dev;
-	channel->port = dev;
+	rtnl_lock();
+	err = netdev_rx_handler_register(dev, port_received, NULL);
+	rtnl_unlock();
+	if (err)
+		goto unregister;
 
 	memset(port, 0, sizeof(*port));
 	port->channel = channel;
@@ -191,8 +238,9 @@ int can_port_make(struct can_channel *channel)
 	return 0;
 
 unregister:
-	unregister_netdev(dev);
+	unregister_port(dev);
 free_dev:
+	can_uplink_free(&channel->port_uplink);
 	free_netdev(dev);
 	return err;
 }
@@ -200,6 +248,7 @@ free_dev:
 void can_port_free(struct can_channel *channel)
 {
 	misc_deregister(&ports[channel->index].misc);
-	unregister_netdev(channel->port);
+	unregister_port(channel->port);
+	can_uplink_free(&channel->port_uplink);
 	free_netdev(channel->port);
 }

@@ -12,10 +12,12 @@
  *   start_ns   start of frame on the wire
  *   end_ns     end of frame, or of the error frame in its place
  *              (all three in nanoseconds of the device time)
- *   frame      in the notation of cansend
+ *   frame      in the notation of cansend, as on the wire: an FD frame of an
+ *              error-passive sender has the flag 2
  *   origin     bcm: sent by a broadcast manager socket; raw: by anybody else
  *   result     ok; noack: nobody acknowledged it, and it is tried again;
- *              aborted: the sender went down or into configuration mode
+ *              aborted: the sender went down or into configuration mode;
+ *              bit, stuff, crc, form: failed so, as ordered, and is tried again
  *
  * The first RETRY_LINES unacknowledged attempts of a frame have a line each.
  * Further ones share a line from the first's start to the last's end, with
@@ -73,6 +75,8 @@ void can_trace_attempt(const struct can_attempt *attempt)
 	entry->start_ns = vboard_time_at(attempt->start_ns);
 	entry->end_ns = end_ns;
 	entry->wire = slot->wire;
+	if (slot->wire.fd && attempt->passive)
+		entry->wire.frame.flags |= CANFD_ESI;
 	entry->count = retry ? 1 : 0;
 	entry->channel = attempt->sender->index;
 	entry->origin = slot->origin;
@@ -112,7 +116,8 @@ static void trace_stop(struct seq_file *from, void *at)
 static void show_entry(struct seq_file *to, const struct trace_entry *entry)
 {
 	static const char *const origins[] = { "raw", "bcm" };
-	static const char *const results[] = { "ok", "noack", "aborted" };
+	static const char *const results[] = { "ok", "noack", "aborted", "bit", "stuff",
+						"crc", "form" };
 	char text[CAN_TEXT_MAX];
 
 	can_frame_text(text, &entry->wire);

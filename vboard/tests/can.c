@@ -4,9 +4,12 @@
 
 #include "check.h"
 
+#include <arpa/inet.h>
 #include <ctype.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
@@ -14,12 +17,15 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 enum {
     TRACE_TEXT_MAX = 4 << 20,
+    HELD_MAX = 256,
     PATIENCE_MS = 5000
 };
 
@@ -78,6 +84,16 @@ int can_set_link(int channel, bool up) {
     return -answer.error.error;
 }
 
+int can_set_port(int channel, bool up) {
+    struct ifreq request = {.ifr_flags = up ? IFF_UP : 0};
+    const int fd = socket(AF_CAN, SOCK_DGRAM | SOCK_CLOEXEC, CAN_BCM);
+    int result;
+    snprintf(request.ifr_name, IFNAMSIZ, "ncan%d", channel);
+    result = ioctl(fd, SIOCSIFFLAGS, &request) == 0 ? 0 : errno;
+    close(fd);
+    return result;
+}
+
 void can_begin_at(int channels, const can_timing* timing) {
     can_end();
     control_write("can/wiring", "0-1 2-3 4-5");
@@ -98,6 +114,7 @@ void can_end(void) {
     static const uint32_t settings[] = {0x00, 0x04, 0x08, 0x0C, 0x20, 0x88, 0x8C, 0xE0};
     for (int i = 0; i < CAN_CHANNELS; i++) {
         can_set_link(i, false);
+        can_set_port(i, false);
         for (size_t k = 0; k < sizeof settings / sizeof settings[0]; k++) {
             *can_register(i, settings[k]) = 0;
         }
@@ -219,6 +236,93 @@ size_t can_wait_trace(trace_line* lines, size_t room, size_t wanted) {
         count = can_trace(lines, room);
     }
     return count;
+}
+
+static int port_indices[CAN_CHANNELS];
+static can_packet held[HELD_MAX]; // passed over by can_packet_of()
+static size_t held_count;
+
+int can_capture(void) {
+    const int on = 1;
+    const int room = 64 << 20;
+    const int fd = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ETH_P_ALL));
+    if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on) != 0 ||
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room) != 0) {
+        give_up("packet socket");
+    }
+    for (int i = 0; i < CAN_CHANNELS; i++) {
+        char name[IF_NAMESIZE];
+        snprintf(name, sizeof name, "ncan%d", i);
+        port_indices[i] = (int)if_nametoindex(name);
+    }
+    held_count = 0;
+    return fd;
+}
+
+static int port_of(int index) {
+    for (int i = 0; i < CAN_CHANNELS; i++) {
+        if (port_indices[i] == index) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+static unsigned long long stamp_of(struct msghdr* message) {
+    const struct cmsghdr* part = CMSG_FIRSTHDR(message);
+    struct timespec stamp;
+    if (!part || part->cmsg_type != SCM_TIMESTAMPNS) {
+        return 0;
+    }
+    memcpy(&stamp, CMSG_DATA(part), sizeof stamp);
+    return (unsigned long long)stamp.tv_sec * 1000000000ULL + (unsigned long long)stamp.tv_nsec;
+}
+
+bool can_next_packet(int fd, can_packet* packet, int timeout_ms) {
+    while (poll_events(fd, POLLIN, timeout_ms)) {
+        _Alignas(struct cmsghdr) char control[256];
+        struct sockaddr_ll from = {0};
+        struct iovec data = {.iov_base = packet->bytes, .iov_len = sizeof packet->bytes};
+        struct msghdr message = {.msg_name = &from,
+                                 .msg_namelen = sizeof from,
+                                 .msg_iov = &data,
+                                 .msg_iovlen = 1,
+                                 .msg_control = control,
+                                 .msg_controllen = sizeof control};
+        const ssize_t got = recvmsg(fd, &message, 0);
+        if (got < 0) {
+            give_up("packet socket");
+        }
+        packet->channel = port_of(from.sll_ifindex);
+        if (packet->channel >= 0) {
+            packet->protocol = ntohs(from.sll_protocol);
+            packet->type = from.sll_pkttype;
+            packet->size = (size_t)got;
+            packet->stamp_ns = stamp_of(&message);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool can_packet_of(int fd, int channel, can_packet* packet, int timeout_ms) {
+    for (size_t i = 0; i < held_count; i++) {
+        if (held[i].channel == channel) {
+            *packet = held[i];
+            held_count--;
+            memmove(&held[i], &held[i + 1], (held_count - i) * sizeof held[0]);
+            return true;
+        }
+    }
+    while (can_next_packet(fd, packet, timeout_ms)) {
+        if (packet->channel == channel) {
+            return true;
+        }
+        if (held_count < HELD_MAX) {
+            held[held_count++] = *packet;
+        }
+    }
+    return false;
 }
 
 // The channel's line of the state file, with a space at its end.

@@ -26,6 +26,8 @@ _Static_assert(sizeof(struct bcm_head) == sizeof(struct bcm_msg_head), "as the k
 
 void can_bus_tests(void);
 void can_fault_tests(void);
+void can_capture_tests(void);
+void can_error_tests(void);
 void can_register_tests(void);
 void can_bcm_tests(void);
 void can_load_tests(void);
@@ -49,6 +51,8 @@ int can_set_link(int channel, bool up);
 void can_begin(int channels);
 // The same at a timing of the test's own.
 void can_begin_at(int channels, const can_timing* timing);
+// Raises or lowers ncan<n>, as the application does. Result: 0 or an errno.
+int can_set_port(int channel, bool up);
 // All down, with their settings cleared.
 void can_end(void);
 
@@ -79,6 +83,24 @@ bool can_state_has(int channel, const char* word);
 long long can_state_value(int channel, const char* name);
 // Waits until it has the word, at most some seconds.
 bool can_state_gets(int channel, const char* word);
+
+// A packet that ncan<n> has received.
+typedef struct {
+    int channel;  // n
+    int protocol; // ETH_P_CAN, ETH_P_CANFD
+    int type;     // PACKET_HOST
+    unsigned long long stamp_ns;
+    size_t size;
+    uint8_t bytes[160];
+} can_packet;
+
+// A packet socket that sees all interfaces, as a capture of "any" does.
+int can_capture(void);
+// The next packet of an ncan<n>; false when none comes in time.
+bool can_next_packet(int fd, can_packet* packet, int timeout_ms);
+
+// The same of one channel: packets of different ones come in no order.
+bool can_packet_of(int fd, int channel, can_packet* packet, int timeout_ms);
 
 // A register of the channel's protocol core.
 volatile uint32_t* can_register(int channel, uint32_t offset);

@@ -182,6 +182,8 @@ int main(void) {
     can_register_tests();
     can_bus_tests();
     can_fault_tests();
+    can_capture_tests();
+    can_error_tests();
     can_bcm_tests();
     can_load_tests();
     return failed_tests() == 0 ? 0 : 1;
