@@ -92,6 +92,12 @@ static int send_next_locked(struct bcm_task *task)
 	return err;
 }
 
+/* From one expiry to the next once the first @count are over; 0 for none. */
+static u64 period_ns(const struct bcm_task *task)
+{
+	return task->ival2_ns ? task->ival2_ns + (u64)cycle_us(task) * NSEC_PER_USEC : 0;
+}
+
 /* From one expiry to the next; 0 for none. */
 static u64 interval_locked(struct bcm_task *task)
 {
@@ -99,7 +105,7 @@ static u64 interval_locked(struct bcm_task *task)
 		task->count--;
 	if (task->count && task->ival1_ns)
 		return task->ival1_ns;
-	return task->ival2_ns ? task->ival2_ns + (u64)cycle_us(task) * NSEC_PER_USEC : 0;
+	return period_ns(task);
 }
 
 /* Whether the due frame is done with: sent, or left out. */
@@ -255,7 +261,7 @@ static int tasks_show(struct seq_file *to, void *owner)
 	struct bcm_task *task;
 
 	seq_puts(to, "# channel frame kind ival1_us ival2_us "
-		     "sent starts updates left_out skipped state\n");
+		     "sent starts updates left_out skipped state period_us\n");
 	spin_lock_bh(&all_tasks_lock);
 	list_for_each_entry(task, &all_tasks, of_all) {
 		struct can_wire_frame wire = { .fd = task->fd };
@@ -264,11 +270,12 @@ static int tasks_show(struct seq_file *to, void *owner)
 		spin_lock(&task->lock);
 		memcpy(&wire.frame, &task->frames[0], task->fd ? CANFD_MTU : CAN_MTU);
 		can_frame_text(text, &wire);
-		seq_printf(to, "%s %s %s %llu %llu %llu %llu %llu %llu %llu %s\n",
+		seq_printf(to, "%s %s %s %llu %llu %llu %llu %llu %llu %llu %s %llu\n",
 			   task->interface, text, task->fd ? "fd" : "classic",
 			   task->ival1_ns / NSEC_PER_USEC, task->ival2_ns / NSEC_PER_USEC,
 			   task->sent, task->starts, task->updates, task->left_out, task->skipped,
-			   task->running ? "running" : "stopped");
+			   task->running ? "running" : "stopped",
+			   div_u64(period_ns(task), NSEC_PER_USEC));
 		spin_unlock(&task->lock);
 	}
 	spin_unlock_bh(&all_tasks_lock);
