@@ -55,8 +55,8 @@ ExitStatus CanCyclicCommand::Run(Tool& tool) {
     if (!rate_.empty()) { // what is wrong with the rates is told before anything is sent
         PlanRates(rate_, dataRate_, tasks);
     }
-    auto requests = vcihost::SendCanPeriodic(channel, stops);
-    const auto more = vcihost::SendCanPeriodic(channel, starts);
+    auto requests = vcihost::CanPeriodicRequests(channel, stops);
+    const auto more = vcihost::CanPeriodicRequests(channel, starts);
     requests.insert(requests.end(), more.begin(), more.end());
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
@@ -84,8 +84,8 @@ void CanCyclicCommand::PrintDone(Output& out, uint8_t channel,
     }
     if (json_) {
         nlohmann::ordered_json object{{"channel", name},
-                                      {"started", tasks.size()},
-                                      {"stopped", stops_.size()},
+                                      {"starts", tasks.size()},
+                                      {"stops", stops_.size()},
                                       {"device_ns", deviceTime}};
         if (planned) {
             object["plan"] = PlanJson(plan, nullptr);
@@ -93,8 +93,9 @@ void CanCyclicCommand::PrintDone(Output& out, uint8_t channel,
         out.Line(object.dump());
         return;
     }
-    out.Line(fmt::format("{}: {} started, {} stopped, device time {}", name, tasks.size(),
-                         stops_.size(), vcihost::TimeText(deviceTime)));
+    out.Line(fmt::format("{}: {}, {} accepted, device time {}", name,
+                         CountText(tasks.size(), "start", "starts"),
+                         CountText(stops_.size(), "stop", "stops"), vcihost::TimeText(deviceTime)));
     if (planned) {
         PrintPlan(out, plan);
     }

@@ -84,6 +84,10 @@ ExitStatus CanPlanCommand::Run(Tool& tool) {
         tasks.push_back(vcihost::ParseChannelTask(text, channel));
     }
     vcihost::CheckDistinct(tasks);
+    std::optional<std::chrono::nanoseconds> limit;
+    if (!maxJitter_.empty()) { // what is wrong with it is told before anything is written
+        limit = vcihost::ParseDuration("--max-jitter", maxJitter_);
+    }
     const auto plan = vcihost::PlanCanTasks(tasks, PlanRates(rate_, dataRate_, tasks));
     std::optional<vcihost::BusTrace> trace;
     std::optional<vcihost::PlanReceipt> receipt;
@@ -103,12 +107,12 @@ ExitStatus CanPlanCommand::Run(Tool& tool) {
             PrintReceipt(tool.out, plan, *receipt);
         }
     }
-    return maxJitter_.empty() ? kExitOk : CheckJitter(plan, *receipt);
+    return limit ? CheckJitter(plan, *receipt, *limit) : kExitOk;
 }
 
 ExitStatus CanPlanCommand::CheckJitter(const vcihost::CanPlan& plan,
-                                       const vcihost::PlanReceipt& receipt) const {
-    const auto limit = vcihost::ParseDuration("--max-jitter", maxJitter_);
+                                       const vcihost::PlanReceipt& receipt,
+                                       std::chrono::nanoseconds limit) const {
     ExitStatus status = kExitOk;
     for (size_t i = 0; i < plan.tasks.size(); ++i) {
         const vcihost::TaskReceipt& task = receipt.tasks[i];

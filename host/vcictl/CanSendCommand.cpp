@@ -23,10 +23,6 @@ constexpr char kFooter[] =
     "  vcictl can send can0 123#11 --count 10 --gap 5ms\n"
     "  vcictl can send can0 - < frames.txt        one frame a line";
 
-std::string Count(uint64_t count, const char* one, const char* many) {
-    return fmt::format("{} {}", count, count == 1 ? one : many);
-}
-
 // One frame a line; empty lines and lines with # in front are skipped.
 void ReadFrames(std::vector<vcihost::CanFrame>& frames) {
     std::istringstream input(ReadStandardInput("the frames"));
@@ -74,7 +70,7 @@ CanSendCommand::CanSendCommand(CLI::App& app) {
         ->type_name("");
     app.add_flag("--no-answer", noAnswer_, "Send each frame by the request that is not answered");
     AddNumber(app, "--count", count_, std::numeric_limits<uint32_t>::max(),
-              "Send the frames N times", "N", "1");
+              "Send the frames N times", "N", "1", 1);
     app.add_option("--gap", gap_, "Pause between two requests: 200us, 10ms, 1s")
         ->type_name("TIME")
         ->capture_default_str();
@@ -105,7 +101,7 @@ ExitStatus CanSendCommand::Run(Tool& tool) {
 ExitStatus CanSendCommand::SendBursts(Tool& tool, uint8_t channel,
                                       const std::vector<vcihost::CanFrame>& frames) const {
     Pace pace(tool.waiter, vcihost::ParseDuration("--gap", gap_));
-    const auto requests = vcihost::SendCanBurst(channel, frames);
+    const auto requests = vcihost::CanBurstRequests(channel, frames);
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
     uint64_t time = 0;
@@ -120,12 +116,10 @@ ExitStatus CanSendCommand::SendBursts(Tool& tool, uint8_t channel,
             time = result.deviceTime;
         }
     }
-    if (count_ > 0) {
-        tool.out.Line(fmt::format("{}: {} in {}, device time {}", vcihost::CanChannelName(channel),
-                                  Count(count_ * frames.size(), "frame", "frames"),
-                                  Count(count_ * requests.size(), "request", "requests"),
-                                  vcihost::TimeText(time)));
-    }
+    tool.out.Line(fmt::format("{}: {} in {}, device time {}", vcihost::CanChannelName(channel),
+                              CountText(count_ * frames.size(), "frame", "frames"),
+                              CountText(count_ * requests.size(), "request", "requests"),
+                              vcihost::TimeText(time)));
     return kExitOk;
 }
 
@@ -152,7 +146,7 @@ ExitStatus CanSendCommand::SendSilently(Tool& tool, uint8_t channel,
     for (uint64_t i = 0; i < count_; ++i) {
         for (size_t at = 0; at < frames.size(); ++at) {
             pace.Next();
-            session.Tell(vcihost::SendCanSilently(channel, frames[at]), limit);
+            session.Tell(vcihost::CanSilentRequest(channel, frames[at]), limit);
             if ((at + 1) % vcihost::kMostCanEntries != 0 && at + 1 < frames.size()) {
                 continue;
             }
@@ -168,6 +162,6 @@ ExitStatus CanSendCommand::SendSilently(Tool& tool, uint8_t channel,
         }
     }
     tool.out.Line(fmt::format("{}: {}, none refused", vcihost::CanChannelName(channel),
-                              Count(count_ * frames.size(), "frame", "frames")));
+                              CountText(count_ * frames.size(), "frame", "frames")));
     return kExitOk;
 }

@@ -18,7 +18,7 @@ constexpr char kFooter[] =
     "is refused. Defaults: sample point 87.5 % up to 500k, 80 % up to 800k, 75 % above, in both\n"
     "phases; jump width half of segment 2, as Linux has it.\n"
     "\n"
-    "Close the channel first: on an open one the device answers alike and keeps its timing.\n"
+    "Close the channel first: on an open one the values are accepted and its timing stays.\n"
     "\n"
     "Examples:\n"
     "  vcictl can set can0 --bitrate 500k\n"
@@ -121,7 +121,8 @@ CanSetCommand::CanSetCommand(CLI::App& app) {
                        name + " sample point: 80%, 0.8")
             ->type_name("POINT")
             ->needs(rate);
-        AddNumber(app, "--" + prefix + "sjw", phase.sjw, limits.sjw, name + " jump width", "N")
+        AddNumber(app, "--" + prefix + "sjw", phase.sjw, limits.sjw, name + " jump width", "N", "",
+                  1)
             ->needs(rate);
         return rate;
     };
@@ -158,7 +159,7 @@ ExitStatus CanSetCommand::Run(Tool& tool) {
     if (!dryRun_) {
         const auto transport = tool.Open();
         vcihost::Session session(*transport);
-        const ExitStatus status = AskPlain(session, vcihost::SetCanTiming(channel, timing),
+        const ExitStatus status = AskPlain(session, vcihost::CanTimingRequest(channel, timing),
                                            std::chrono::milliseconds(wait_));
         if (status != kExitOk) {
             return status;
@@ -180,9 +181,10 @@ void CanSetCommand::Print(Output& out, uint8_t channel, const vcihost::CanTiming
         out.Line(object.dump());
         return;
     }
-    out.Line(fmt::format("{} {}, {}", vcihost::CanChannelName(channel),
+    // No more than accepted: a channel that is open does not take its timing.
+    out.Line(fmt::format("{}: {}, {}{}", vcihost::CanChannelName(channel),
                          timing.data ? "CAN FD" : "classic",
-                         timing.listen ? "listen-only" : "normal"));
+                         timing.listen ? "listen-only" : "normal", dryRun_ ? "" : ", accepted"));
     out.Line(PhaseLine("nominal", timing.nominal, nominal_.rate));
     if (timing.data) {
         out.Line(PhaseLine("data", *timing.data, data_.rate));

@@ -37,20 +37,20 @@ constexpr char kTerminationFooter[] =
 // The request for a channel, from its value.
 vcihost::Bytes Request(CanStateCommand::Kind kind, uint8_t channel, const std::string& value) {
     if (kind == CanStateCommand::Kind::Mode) {
-        return vcihost::SetCanMode(channel, value == "listen");
+        return vcihost::CanModeRequest(channel, value == "listen");
     }
     if (kind == CanStateCommand::Kind::Termination) {
-        return vcihost::SetCanTermination(channel, static_cast<uint8_t>(value.front() - '0'));
+        return vcihost::CanTerminationRequest(channel, static_cast<uint8_t>(value.front() - '0'));
     }
     if (value == "off") {
-        return vcihost::SetCanSecondPoint(channel, std::nullopt);
+        return vcihost::CanSecondPointRequest(channel, std::nullopt);
     }
     const auto offset = vcihost::ParseNumber(value, vcihost::kMostSecondPoint);
     if (!offset) {
         throw UsageError(fmt::format("OFFSET: '{}' is neither off nor a whole number from 0 to {}",
                                      value, vcihost::kMostSecondPoint));
     }
-    return vcihost::SetCanSecondPoint(channel, static_cast<uint8_t>(*offset));
+    return vcihost::CanSecondPointRequest(channel, static_cast<uint8_t>(*offset));
 }
 
 } // namespace
@@ -105,13 +105,15 @@ ExitStatus CanStateCommand::SetStatus(Tool& tool, bool open) const {
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
     for (const uint8_t channel : channels) {
-        const AskResult result =
-            Ask(session, vcihost::SetCanStatus(channel, open), std::chrono::milliseconds(wait_));
+        const AskResult result = Ask(session, vcihost::CanStatusRequest(channel, open),
+                                     std::chrono::milliseconds(wait_));
         if (result.status != kExitOk) {
             return result.status;
         }
-        tool.out.Line(fmt::format("{} {}, device time {}", vcihost::CanChannelName(channel),
-                                  open ? "open" : "closed", vcihost::TimeText(result.deviceTime)));
+        // The answer says that the values are in range, not that the controller did it.
+        tool.out.Line(fmt::format("{}: {} accepted, device time {}",
+                                  vcihost::CanChannelName(channel), open ? "open" : "close",
+                                  vcihost::TimeText(result.deviceTime)));
     }
     return kExitOk;
 }
@@ -126,7 +128,8 @@ ExitStatus CanStateCommand::SetValue(Tool& tool) const {
         const char* const what = kind_ == Kind::Mode          ? "mode"
                                  : kind_ == Kind::SecondPoint ? "secondary sample point"
                                                               : "termination";
-        tool.out.Line(fmt::format("{} {} {}", vcihost::CanChannelName(channel), what, value_));
+        tool.out.Line(
+            fmt::format("{}: {} {} accepted", vcihost::CanChannelName(channel), what, value_));
     }
     return status;
 }

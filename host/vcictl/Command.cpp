@@ -26,14 +26,14 @@ CLI::App* AddPart(CLI::App& app, const char* name, const char* summary, const ch
 
 CLI::Option* AddNumber(CLI::App& app, const std::string& names, uint64_t& value, uint64_t max,
                        const std::string& help, const std::string& type,
-                       const std::string& fallback) {
+                       const std::string& fallback, uint64_t least) {
     CLI::Option* const option = app.add_option_function<std::string>(
         names,
-        [&value, max, names](const std::string& text) {
+        [&value, least, max, names](const std::string& text) {
             const auto number = vcihost::ParseNumber(text, max);
-            if (!number) {
+            if (!number || *number < least) {
                 throw CLI::ValidationError(
-                    names, fmt::format("'{}' is no whole number from 0 to {}", text, max));
+                    names, fmt::format("'{}' is no whole number from {} to {}", text, least, max));
             }
             value = *number;
         },
@@ -67,6 +67,10 @@ vcihost::Bytes HexBytes(const std::vector<std::string>& pieces) {
     } catch (const vcihost::HexError& error) {
         throw UsageError(std::string("HEX: ") + error.what());
     }
+}
+
+std::string CountText(uint64_t count, const char* one, const char* many) {
+    return fmt::format("{} {}", count, count == 1 ? one : many);
 }
 
 uint64_t WallClock() {

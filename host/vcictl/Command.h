@@ -38,11 +38,12 @@ class UsageError : public std::runtime_error {
 // A subcommand of a command, which takes --device behind it as well. `footer` closes its help.
 CLI::App* AddPart(CLI::App& app, const char* name, const char* summary, const char* footer);
 
-// An option `names` ("--wait" and the like) that takes a whole number from 0 to `max`, decimal or
-// 0x, into `value`. `type` stands for it in the help, with `fallback`, if any, as its default.
+// An option `names` ("--wait" and the like) that takes a whole number from `least` to `max`,
+// decimal or 0x, into `value`. `type` stands for it in the help, with `fallback`, if any, as its
+// default.
 CLI::Option* AddNumber(CLI::App& app, const std::string& names, uint64_t& value, uint64_t max,
                        const std::string& help, const std::string& type,
-                       const std::string& fallback = "");
+                       const std::string& fallback = "", uint64_t least = 0);
 
 // The argument HEX, in one or more pieces, which HexBytes() reads.
 void AddHex(CLI::App& app, std::vector<std::string>& pieces);
@@ -53,6 +54,9 @@ vcihost::Bytes HexBytes(const std::vector<std::string>& pieces);
 
 // All of standard input. Throws UsageError, which names `what` was to be read.
 std::string ReadStandardInput(const std::string& what);
+
+// "1 frame", "2 frames".
+std::string CountText(uint64_t count, const char* one, const char* many);
 
 // Nanoseconds of the host's wall clock since 1970.
 uint64_t WallClock();

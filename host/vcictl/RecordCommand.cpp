@@ -77,9 +77,7 @@ RecordCommand::RecordCommand(CLI::App& app) {
               "Stop after N records; 0: no limit", "N", "0");
     AddNumber(app, "-T", silence_, kMostMilliseconds,
               "Stop after this time without a record; 0: no limit", "MS", "0");
-    app.add_option("-t", time_,
-                   "Time in front of a line: (a)bsolute, (d)elta, (z)ero, (A)bsolute with date; "
-                   "without it device time")
+    app.add_option("-t", time_, "Time: (a)bsolute, (d)elta, (z)ero, (A) dated; else device time")
         ->check(CLI::IsMember({"a", "d", "z", "A"}))
         ->type_name("TYPE");
     const std::string always = "Taken as candump takes it; the lines look so in any case";
@@ -175,7 +173,7 @@ ExitStatus RecordCommand::Record(vcihost::Transport& transport, Recorder& record
         for (const uint8_t channel : channels) {
             // Listed first: a switch whose answer does not come may have been done all the same.
             on.push_back(channel);
-            status = Ask(session, vcihost::SwitchCanRecord(channel, true), timeout).status;
+            status = Ask(session, vcihost::RecordSwitchRequest(channel, true), timeout).status;
             if (status == kExitRefused) {
                 on.pop_back();
             }
@@ -190,8 +188,9 @@ ExitStatus RecordCommand::Record(vcihost::Transport& transport, Recorder& record
     // has sent before it answers is still recorded.
     for (const uint8_t channel : on) {
         ExitStatus off = kExitTrouble;
-        attempt(
-            [&] { off = Ask(session, vcihost::SwitchCanRecord(channel, false), timeout).status; });
+        attempt([&] {
+            off = Ask(session, vcihost::RecordSwitchRequest(channel, false), timeout).status;
+        });
         status = status == kExitOk ? off : status;
         if (off == kExitNoAnswer || off == kExitTrouble) {
             break; // nor will it hear about the others

@@ -43,7 +43,7 @@ BusTrace::Entry ParseEntry(const std::string& line) {
         throw NotationError("queued, start and end do not follow each other");
     }
     entry.channel = ParseCanChannel(channel);
-    entry.frame = ParseCanFrame(frame);
+    entry.frame = ParseLoggedCanFrame(frame);
     entry.periodic = origin == "bcm";
     entry.ok = result == "ok";
     return entry;

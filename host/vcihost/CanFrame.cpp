@@ -142,17 +142,23 @@ void TakeRemote(Parser& parser, CanFrame& frame) {
     }
 }
 
-void TakeFd(Parser& parser, CanFrame& frame) {
+// Whether a frame is to be sent, or a log tells of it.
+enum class Purpose {
+    Send,
+    Log
+};
+
+void TakeFd(Parser& parser, CanFrame& frame, Purpose purpose) {
     frame.fd = true;
     const int flags = parser.TakeDigit();
     if (flags < 0) {
         parser.Fail("behind ## stands the flags digit: 0, or 1 for the switch of the bit rate");
     }
-    if ((flags & kEsiFlag) != 0) {
+    if (purpose == Purpose::Send && (flags & kEsiFlag) != 0) {
         parser.Fail("the error state indicator (flag 2) cannot be sent: the device's requests have "
                     "no place for it");
     }
-    if ((flags & ~(kBrsFlag | kFdfFlag)) != 0) {
+    if ((flags & ~(kBrsFlag | kEsiFlag | kFdfFlag)) != 0) {
         parser.Fail(
             fmt::format("flags {:X} are not known; 0, or 1 for the switch of the bit rate", flags));
     }
@@ -170,31 +176,12 @@ void TakeFd(Parser& parser, CanFrame& frame) {
     }
 }
 
-std::string IdDigits(const CanFrame& frame) {
-    return frame.extended ? fmt::format("{:08X}", frame.id) : fmt::format("{:03X}", frame.id);
-}
-
-} // namespace
-
-uint8_t LengthOfDlc(uint8_t code) {
-    return kDlcLengths[code & 0xFU];
-}
-
-std::optional<uint8_t> DlcOfLength(size_t length) {
-    for (uint8_t code = 0; code < std::size(kDlcLengths); ++code) {
-        if (kDlcLengths[code] == length) {
-            return code;
-        }
-    }
-    return std::nullopt;
-}
-
-CanFrame ParseCanFrame(std::string_view text) {
+CanFrame ParseFrame(std::string_view text, Purpose purpose) {
     Parser parser("frame", text);
     CanFrame frame;
     parser.TakeId(frame);
     if (parser.Take("##")) {
-        TakeFd(parser, frame);
+        TakeFd(parser, frame, purpose);
     } else if (parser.Take("#R") || parser.Take("#r")) {
         TakeRemote(parser, frame);
     } else if (parser.Take("#")) {
@@ -208,6 +195,33 @@ CanFrame ParseCanFrame(std::string_view text) {
         parser.Fail("no # behind the identifier; write 123#DEADBEEF, 123#R4 or 123##1AABB");
     }
     return frame;
+}
+
+std::string IdDigits(const CanFrame& frame) {
+    return frame.extended ? fmt::format("{:08X}", frame.id) : fmt::format("{:03X}", frame.id);
+}
+
+} // namespace
+
+uint8_t LengthOfDlc(uint8_t code) {
+    return kDlcLengths[code & 0xFU];
+}
+
+std::optional<uint8_t> DlcOfLength(size_t length) {
+    for (size_t code = 0; code < std::size(kDlcLengths); ++code) {
+        if (kDlcLengths[code] == length) {
+            return static_cast<uint8_t>(code);
+        }
+    }
+    return std::nullopt;
+}
+
+CanFrame ParseCanFrame(std::string_view text) {
+    return ParseFrame(text, Purpose::Send);
+}
+
+CanFrame ParseLoggedCanFrame(std::string_view text) {
+    return ParseFrame(text, Purpose::Log);
 }
 
 std::string CanFrameText(const CanFrame& frame) {

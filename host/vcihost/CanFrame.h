@@ -38,6 +38,10 @@ std::optional<uint8_t> DlcOfLength(size_t length);
 // the bit rate, and the bytes. Dots may stand between bytes. Throws NotationError.
 CanFrame ParseCanFrame(std::string_view text);
 
+// The same for a frame that was seen on a bus: the flags digit may have 2 as well, for an
+// error-passive sender. It is not kept, since no request can carry it. Throws NotationError.
+CanFrame ParseLoggedCanFrame(std::string_view text);
+
 // The same back, in uppercase and without dots.
 std::string CanFrameText(const CanFrame& frame);
 

@@ -44,7 +44,7 @@ std::string IdText(uint32_t id, bool extended) {
 
 } // namespace
 
-Bytes SwitchCanRecord(uint8_t channel, bool on) {
+Bytes RecordSwitchRequest(uint8_t channel, bool on) {
     return {DATA_RECORD_SERVICE_GID, kRecordSwitchSid,
             static_cast<uint8_t>(channel + kFirstCanCode), static_cast<uint8_t>(on)};
 }

@@ -19,7 +19,7 @@ constexpr uint8_t kCanErrorRecordSid = 6;
 
 // Service section that switches the record of a channel, 0 to 5, on or off. The answer carries the
 // device time and does not tell what was before.
-Bytes SwitchCanRecord(uint8_t channel, bool on);
+Bytes RecordSwitchRequest(uint8_t channel, bool on);
 
 // One frame that a channel has sent or received. Borrows the message's bytes.
 struct CanFrameRecord {

@@ -77,7 +77,7 @@ std::vector<Bytes> Split(uint8_t sid, uint8_t channel, std::span<const Entry> en
 
 } // namespace
 
-Bytes SetCanTiming(uint8_t channel, const CanTiming& timing) {
+Bytes CanTimingRequest(uint8_t channel, const CanTiming& timing) {
     Bytes service(kTimingSize);
     WireWriter writer(service);
     writer.U8(NET_CONFIG_SERVICE_GID).U8(kCanTimingSid).U8(Code(channel));
@@ -87,36 +87,36 @@ Bytes SetCanTiming(uint8_t channel, const CanTiming& timing) {
     return service;
 }
 
-Bytes SetCanSecondPoint(uint8_t channel, std::optional<uint8_t> offset) {
+Bytes CanSecondPointRequest(uint8_t channel, std::optional<uint8_t> offset) {
     return {NET_CONFIG_SERVICE_GID, kCanSecondPointSid, Code(channel),
             static_cast<uint8_t>(offset.has_value()), offset.value_or(0)};
 }
 
-Bytes SetCanTermination(uint8_t channel, uint8_t resistors) {
+Bytes CanTerminationRequest(uint8_t channel, uint8_t resistors) {
     return {NET_CONFIG_SERVICE_GID, kCanTerminationSid, Code(channel), resistors};
 }
 
-Bytes SetCanStatus(uint8_t channel, bool open) {
+Bytes CanStatusRequest(uint8_t channel, bool open) {
     return {NET_CONFIG_SERVICE_GID, kCanStatusSid, Code(channel), static_cast<uint8_t>(open)};
 }
 
-Bytes SetCanMode(uint8_t channel, bool listen) {
+Bytes CanModeRequest(uint8_t channel, bool listen) {
     return {NET_CONFIG_SERVICE_GID, kCanModeSid, Code(channel), static_cast<uint8_t>(listen)};
 }
 
-std::vector<Bytes> SendCanPeriodic(uint8_t channel, std::span<const CanPeriodic> entries) {
+std::vector<Bytes> CanPeriodicRequests(uint8_t channel, std::span<const CanPeriodic> entries) {
     return Split(kCanPeriodicSid, channel, entries, [](Bytes& service, const CanPeriodic& entry) {
         AppendFrame(service, entry.frame, &entry.periodMs);
     });
 }
 
-std::vector<Bytes> SendCanBurst(uint8_t channel, std::span<const CanFrame> frames) {
+std::vector<Bytes> CanBurstRequests(uint8_t channel, std::span<const CanFrame> frames) {
     return Split(kCanBurstSid, channel, frames, [](Bytes& service, const CanFrame& frame) {
         AppendFrame(service, frame, nullptr);
     });
 }
 
-Bytes SendCanSilently(uint8_t channel, const CanFrame& frame) {
+Bytes CanSilentRequest(uint8_t channel, const CanFrame& frame) {
     Bytes service{SEND_NET_FRAME_SERVICE_GID, kCanSilentSid, Code(channel)};
     AppendFrame(service, frame, nullptr);
     return service;

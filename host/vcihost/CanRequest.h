@@ -33,12 +33,12 @@ struct CanTiming {
 constexpr uint8_t kMostSecondPoint = 63; // the register has six bits
 constexpr uint8_t kMostTermination = 2;
 
-Bytes SetCanTiming(uint8_t channel, const CanTiming& timing);
+Bytes CanTimingRequest(uint8_t channel, const CanTiming& timing);
 // The offset of the secondary sample point; nothing switches it off.
-Bytes SetCanSecondPoint(uint8_t channel, std::optional<uint8_t> offset);
-Bytes SetCanTermination(uint8_t channel, uint8_t resistors);
-Bytes SetCanStatus(uint8_t channel, bool open);
-Bytes SetCanMode(uint8_t channel, bool listen);
+Bytes CanSecondPointRequest(uint8_t channel, std::optional<uint8_t> offset);
+Bytes CanTerminationRequest(uint8_t channel, uint8_t resistors);
+Bytes CanStatusRequest(uint8_t channel, bool open);
+Bytes CanModeRequest(uint8_t channel, bool listen);
 
 // One line of a periodic request: a frame and its period in milliseconds, or 0 to stop it. A stop
 // needs identifier and kind of the frame alone.
@@ -51,11 +51,11 @@ struct CanPeriodic {
 constexpr size_t kMostCanEntries = 255;
 
 // As many requests as the count byte makes necessary, in order; none for nothing.
-std::vector<Bytes> SendCanPeriodic(uint8_t channel, std::span<const CanPeriodic> entries);
-std::vector<Bytes> SendCanBurst(uint8_t channel, std::span<const CanFrame> frames);
+std::vector<Bytes> CanPeriodicRequests(uint8_t channel, std::span<const CanPeriodic> entries);
+std::vector<Bytes> CanBurstRequests(uint8_t channel, std::span<const CanFrame> frames);
 
 // Has no answer unless it is refused.
-Bytes SendCanSilently(uint8_t channel, const CanFrame& frame);
+Bytes CanSilentRequest(uint8_t channel, const CanFrame& frame);
 
 // Reads identifier, flags and data as all requests of group 22 have them; `periodMs`, if given, is
 // what stands between identifier and flags. Check the reader behind it.

@@ -12,8 +12,8 @@ namespace vcihost {
 struct ClockPair {
     uint64_t device = 0; // device time, nanoseconds
     uint64_t wall = 0;   // nanoseconds since 1970
-    uint64_t uncertainty =
-        0; // nanoseconds, either way: where in its round trip the stamp was taken
+    // Nanoseconds, either way: where in its round trip the stamp was taken.
+    uint64_t uncertainty = 0;
 
     // From the device time in an answer and the moments around it. `wallNow` and `now` are the
     // host's two clocks read together, at any time.
@@ -23,7 +23,8 @@ struct ClockPair {
     // A device time as wall-clock time, nanoseconds since 1970; 0 for one before that.
     uint64_t ToWall(uint64_t deviceTime) const;
 
-    // "wall = device + 1699999998765432110 ns, ..." with how it was found, for a file's comment.
+    // "Times are the device's clock told as wall-clock time: time = device time + 4000 ns. ..." and
+    // how it was found, for a file's comment.
     std::string Text() const;
 };
 

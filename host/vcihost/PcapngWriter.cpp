@@ -26,6 +26,7 @@ constexpr uint16_t kPacketDropCount = 4;
 constexpr uint16_t kStatisticsStart = 2;
 constexpr uint16_t kStatisticsEnd = 3;
 constexpr uint16_t kStatisticsReceived = 4;
+constexpr uint16_t kStatisticsDropped = 5;
 constexpr uint16_t kStatisticsAccepted = 6;
 
 constexpr uint32_t kByteOrder = 0x1A2B3C4D; // written little-endian, like all that follows it
@@ -97,6 +98,9 @@ void PcapngWriter::AddStatistics(const Statistics& statistics) {
     TimeOption(kStatisticsStart, statistics.start);
     TimeOption(kStatisticsEnd, statistics.end);
     Counter(kStatisticsReceived, statistics.received);
+    if (statistics.dropped > 0) {
+        Counter(kStatisticsDropped, statistics.dropped);
+    }
     Counter(kStatisticsAccepted, statistics.accepted);
     EndOptions();
     Finish();

@@ -50,8 +50,9 @@ class PcapngWriter {
         uint64_t time; // of the statistics themselves
         uint64_t start;
         uint64_t end;
-        uint64_t received; // packets that the interface has seen
-        uint64_t accepted; // those that the filter let through
+        uint64_t received;    // packets that the interface has seen
+        uint64_t accepted;    // those that the filter let through
+        uint64_t dropped = 0; // packets lost since the start; 0 is not written
     };
 
     // `file` must be empty, and outlive the writer. All of these throw FileError.

@@ -5,6 +5,7 @@
 #include "vcihost/SocketCan.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <sys/utsname.h>
 
@@ -30,6 +31,7 @@ class PcapngRecord : public RecordWriter {
         for (const uint8_t channel : options.channels) {
             pcapng_.AddInterface({CanChannelName(channel), "", LinkType::SocketCan});
             channels_.push_back(channel);
+            dropped_.push_back(0);
         }
     }
 
@@ -50,8 +52,10 @@ class PcapngRecord : public RecordWriter {
     void Finish(const std::array<ChannelCounts, kCanChannels>& counts) override {
         for (uint32_t interface = 0; interface < channels_.size(); ++interface) {
             const ChannelCounts& count = counts[channels_[interface]];
-            pcapng_.AddStatistics(
-                {interface, last_, clock_.wall, last_, count.received, count.accepted});
+            // No packet came to tell of the last losses, and whose they were is not known.
+            dropped_[interface] += std::exchange(lost_, 0);
+            pcapng_.AddStatistics({interface, last_, clock_.wall, last_, count.received,
+                                   count.accepted, dropped_[interface]});
         }
         file_.Flush();
     }
@@ -63,12 +67,13 @@ class PcapngRecord : public RecordWriter {
         if (found == channels_.end()) {
             return; // not asked for
         }
+        const auto interface = static_cast<uint32_t>(found - channels_.begin());
         const uint64_t wall = clock_.ToWall(time);
         last_ = std::max(last_, wall);
-        pcapng_.AddPacket({static_cast<uint32_t>(found - channels_.begin()), wall, data,
+        pcapng_.AddPacket({interface, wall, data,
                            received ? PacketDirection::Inbound : PacketDirection::Outbound, lost_,
                            comment});
-        lost_ = 0;
+        dropped_[interface] += std::exchange(lost_, 0);
     }
 
     ClockPair clock_;
@@ -76,7 +81,8 @@ class PcapngRecord : public RecordWriter {
     BufferedFile file_;
     PcapngWriter pcapng_;
     std::vector<uint8_t> channels_;
-    uint64_t lost_ = 0;
+    std::vector<uint64_t> dropped_; // told so far, by interface
+    uint64_t lost_ = 0;             // not told yet
 };
 
 class LogRecord : public RecordWriter {

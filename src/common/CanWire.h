@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -26,8 +27,8 @@ constexpr std::array<uint8_t, 16> kDlcToLength{0, 1,  2,  3,  4,  5,  6,  7,
 // DLC code by payload length; 0 for a length that no code has.
 constexpr std::array<uint8_t, 256> kLengthToDlc = [] {
     std::array<uint8_t, 256> table{};
-    for (uint8_t dlc = 0; dlc < kDlcToLength.size(); ++dlc) {
-        table[kDlcToLength[dlc]] = dlc;
+    for (size_t dlc = 0; dlc < kDlcToLength.size(); ++dlc) {
+        table[kDlcToLength[dlc]] = static_cast<uint8_t>(dlc);
     }
     return table;
 }();

@@ -100,6 +100,15 @@ TEST(CanFrame, WrongFlagsOfCanFd) {
                                "the bit rate");
 }
 
+TEST(CanFrame, ALoggedFrameMayComeFromAnErrorPassiveSender) {
+    EXPECT_EQ(ParseLoggedCanFrame("123##311"), ParseCanFrame("123##111"));
+    EXPECT_EQ(ParseLoggedCanFrame("123##2"), ParseCanFrame("123##0"));
+    EXPECT_EQ(ParseLoggedCanFrame("123##7"), ParseCanFrame("123##1"));
+    EXPECT_EQ(ParseLoggedCanFrame("00000123#R4"), ParseCanFrame("00000123#R4"));
+    EXPECT_THROW(ParseLoggedCanFrame("123##8"), NotationError);
+    EXPECT_THROW(ParseLoggedCanFrame("123##0112233445566778899"), NotationError);
+}
+
 TEST(CanFrame, ALengthWithoutADlcCodeNamesItsNeighbours) {
     EXPECT_EQ(Fault("123##0112233445566778899"),
               "frame '123##0112233445566778899': 9 bytes; no CAN FD frame has this length, the "

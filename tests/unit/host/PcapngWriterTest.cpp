@@ -90,6 +90,17 @@ TEST(PcapngWriter, Statistics) {
                          "00000000 4c000000"));
 }
 
+TEST(PcapngWriter, StatisticsWithLosses) {
+    const auto hex = HexOf([](PcapngWriter& writer) {
+        writer.AddStatistics({0, 5, 3, 4, 7, 6, 258});
+    });
+    EXPECT_EQ(hex, Plain(std::string(kEmptySection) +
+                         "05000000 58000000 00000000 00000000 05000000 "
+                         "0200 0800 00000000 03000000 0300 0800 00000000 04000000 "
+                         "0400 0800 0700000000000000 0500 0800 0201000000000000 "
+                         "0600 0800 0600000000000000 00000000 58000000"));
+}
+
 TEST(PcapngWriter, ALongTextIsCutToWhatAnOptionCanHold) {
     const auto hex = HexOf([](PcapngWriter& writer) {
         writer.AddPacket({0, 0, {}, PacketDirection::Unknown, 0, std::string(70000, 'a')});

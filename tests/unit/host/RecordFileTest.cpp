@@ -1,6 +1,7 @@
 #include "vcihost/RecordFile.h"
 
 #include "utils/TempDir.h"
+#include "utils/WireFormat.h"
 #include "vcihost/PcapngWriter.h"
 
 #include <array>
@@ -123,6 +124,54 @@ TEST(RecordFile, TsharkReadsInterfacesOfOtherKinds) {
     EXPECT_EQ(OutputOf("tshark -r " + dir / "a.pcapng" +
                        " -T fields -E separator=/s -e frame.interface_name -e frame.protocols"),
               "lin0 lin:iso15765\neth0 eth:ethertype:data\n");
+}
+
+// The losses of each interface's statistics block, in their order; 0 where none are told.
+std::vector<uint64_t> StatisticsLosses(const std::string& file) {
+    constexpr uint32_t kStatistics = 5;
+    constexpr size_t kHead = 20;  // type, length, interface, time
+    constexpr size_t kTail = 4;   // the length once more
+    constexpr size_t kOption = 4; // code, length
+    constexpr uint16_t kDropped = 5;
+    const std::span bytes(reinterpret_cast<const uint8_t*>(file.data()), file.size());
+    std::vector<uint64_t> losses;
+    for (size_t at = 0; at < bytes.size();) {
+        WireReader block(bytes.subspan(at));
+        const uint32_t type = block.U32();
+        const uint32_t length = block.U32();
+        if (length < kHead + kTail || length > bytes.size() - at) {
+            ADD_FAILURE() << "no block of length " << length << " at " << at;
+            break;
+        }
+        if (type == kStatistics) {
+            losses.push_back(0);
+            WireReader options(bytes.subspan(at + kHead, length - kHead - kTail));
+            while (options.Left() > kOption) { // all of them have 8 bytes
+                const uint16_t code = options.U16();
+                EXPECT_EQ(options.U16(), 8);
+                const uint64_t value = options.U64();
+                losses.back() = code == kDropped ? value : losses.back();
+            }
+        }
+        at += length;
+    }
+    return losses;
+}
+
+TEST(RecordFile, StatisticsTellAllLosses) {
+    const TempDir dir;
+    WriteSome(dir / "a.pcapng");
+    EXPECT_EQ(StatisticsLosses(dir.Read("a.pcapng")), (std::vector<uint64_t>{0, 0, 3}));
+}
+
+TEST(RecordFile, LossesBehindTheLastPacketStandInTheFirstStatistics) {
+    const TempDir dir;
+    const auto writer = MakeRecordFile(dir / "a.pcapng", {{}, {0, 5}, "/dev/link", ""});
+    writer->Lost(2);
+    writer->Write(CanErrorRecord::From(ParseMessage(kError).value()).value());
+    writer->Lost(4);
+    writer->Finish({});
+    EXPECT_EQ(StatisticsLosses(dir.Read("a.pcapng")), (std::vector<uint64_t>{4, 2}));
 }
 
 TEST(RecordFile, Log) {

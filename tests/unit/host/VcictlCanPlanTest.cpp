@@ -1,5 +1,7 @@
 #include "host/Tool.h"
 
+#include <filesystem>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -99,6 +101,24 @@ TEST_F(VcictlCanPlan, JitterBecomesAStatus) {
     result = Plan({"--trace", dir_ / "gap", "--max-jitter", "1s"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err, "vcictl: can0 123: 1 of 5 frames lost\n");
+}
+
+TEST_F(VcictlCanPlan, AWrongJitterIsToldBeforeAnythingIsWritten) {
+    dir_.Write("trace", Trace(5, 0));
+    const auto result =
+        Plan({"--trace", dir_ / "trace", "--svg", dir_ / "plan.svg", "--max-jitter", "200"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "vcictl: --max-jitter: '200' is no time; write it with its unit, as "
+                          "200us, 10ms or 1s\n");
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "plan.svg"));
+}
+
+TEST_F(VcictlCanPlan, ATraceMayHoldFramesOfErrorPassiveSenders) {
+    dir_.Write("trace", Trace(5, 0) + "90001000 90001000 90002000 can0 124##311 raw ok\n");
+    const auto result = Plan({"--trace", dir_ / "trace"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("\ncan0  123             5      5     0 "));
 }
 
 TEST_F(VcictlCanPlan, DrawsAPicture) {

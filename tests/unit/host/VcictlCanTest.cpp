@@ -63,7 +63,7 @@ TEST(VcictlCan, SetChoosesTheTimingAndShowsIt) {
     const auto result = RunCan(device, {"set", "can0", "--bitrate", "500k"});
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "can0 classic, normal\n"
+    EXPECT_EQ(result.out, "can0: classic, normal, accepted\n"
                           "  nominal  500000 bit/s, error 0.000 %, sample point 87.5 %, brp 1 sjw "
                           "5 seg1 69 seg2 10\n");
     EXPECT_EQ(Services(device), Strings{"15290800000105450a00000000"});
@@ -74,7 +74,7 @@ TEST(VcictlCan, SetOfACanFdChannelThatListens) {
     const auto result = RunCan(device, {"set", "1", "--bitrate", "500000", "--dbitrate", "2M",
                                         "--dsample-point", "80%", "--dsjw", "4", "--listen-only"});
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.out, "can1 CAN FD, listen-only\n"
+    EXPECT_EQ(result.out, "can1: CAN FD, listen-only, accepted\n"
                           "  nominal  500000 bit/s, error 0.000 %, sample point 87.5 %, brp 1 sjw "
                           "5 seg1 69 seg2 10\n"
                           "  data     2000000 bit/s, error 0.000 %, sample point 80.0 %, brp 1 sjw "
@@ -85,11 +85,17 @@ TEST(VcictlCan, SetOfACanFdChannelThatListens) {
 TEST(VcictlCan, SetTakesTimingsAsTheyStand) {
     FakeDevice device(Device);
     EXPECT_EQ(RunCan(device, {"set", "8", "--timing", "2,3,15,4"}).out,
-              "can0 classic, normal\n"
+              "can0: classic, normal, accepted\n"
               "  nominal  1000000 bit/s, sample point 80.0 %, brp 2 sjw 3 seg1 15 seg2 4\n");
     RunCan(device, {"set", "can5", "--timing", "1,10,69,10,1,2,14,5", "--listen"});
     EXPECT_EQ(Services(device),
               (Strings{"152908000002030f0400000000", "15290d0101010a450a01020e05"}));
+}
+
+TEST(VcictlCan, ADryRunSaysNothingOfADevice) {
+    EXPECT_EQ(RunTool({"can", "set", "can0", "--timing", "2,3,15,4", "--dry-run"}).out,
+              "can0: classic, normal\n"
+              "  nominal  1000000 bit/s, sample point 80.0 %, brp 2 sjw 3 seg1 15 seg2 4\n");
 }
 
 TEST(VcictlCan, SetInJsonWithoutADevice) {
@@ -107,19 +113,22 @@ TEST(VcictlCan, OpenAndCloseTakeSeveralChannels) {
     FakeDevice device(Device);
     const auto result = RunCan(device, {"open", "can0", "13"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "can0 open, device time 1.234567890 s\n"
-                          "can5 open, device time 1.234567890 s\n");
-    EXPECT_EQ(RunCan(device, {"close", "can0"}).out, "can0 closed, device time 1.234567890 s\n");
+    EXPECT_EQ(result.out, "can0: open accepted, device time 1.234567890 s\n"
+                          "can5: open accepted, device time 1.234567890 s\n");
+    EXPECT_EQ(RunCan(device, {"close", "can0"}).out,
+              "can0: close accepted, device time 1.234567890 s\n");
     EXPECT_EQ(Services(device), (Strings{"152c0801", "152c0d01", "152c0800"}));
 }
 
 TEST(VcictlCan, WhatElseIsSetOfAChannel) {
     FakeDevice device(Device);
-    EXPECT_EQ(RunCan(device, {"mode", "can0", "listen"}).out, "can0 mode listen\n");
-    EXPECT_EQ(RunCan(device, {"mode", "can0", "normal"}).out, "can0 mode normal\n");
-    EXPECT_EQ(RunCan(device, {"ssp", "can1", "16"}).out, "can1 secondary sample point 16\n");
-    EXPECT_EQ(RunCan(device, {"ssp", "can1", "off"}).out, "can1 secondary sample point off\n");
-    EXPECT_EQ(RunCan(device, {"term", "can2", "2"}).out, "can2 termination 2\n");
+    EXPECT_EQ(RunCan(device, {"mode", "can0", "listen"}).out, "can0: mode listen accepted\n");
+    EXPECT_EQ(RunCan(device, {"mode", "can0", "normal"}).out, "can0: mode normal accepted\n");
+    EXPECT_EQ(RunCan(device, {"ssp", "can1", "16"}).out,
+              "can1: secondary sample point 16 accepted\n");
+    EXPECT_EQ(RunCan(device, {"ssp", "can1", "off"}).out,
+              "can1: secondary sample point off accepted\n");
+    EXPECT_EQ(RunCan(device, {"term", "can2", "2"}).out, "can2: termination 2 accepted\n");
     EXPECT_EQ(Services(device),
               (Strings{"152d0801", "152d0800", "152a090110", "152a090000", "152b0a02"}));
 }
@@ -177,6 +186,24 @@ TEST(VcictlCan, WrongWordsAreStatus2AndNothingIsSent) {
         const auto result = RunCan(device, words);
         EXPECT_EQ(result.status, 2);
         EXPECT_THAT(result.err, MatchesRegex("vcictl: [^\n]+\n"));
+    }
+    EXPECT_TRUE(device.Received().empty());
+}
+
+TEST(VcictlCan, ZeroIsRefusedWithWhatIsPossible) {
+    FakeDevice device(Device);
+    const std::pair<Strings, std::string> lines[] = {
+        {{"set", "can0", "--bitrate", "1M", "--sjw", "0"},
+         "--sjw: '0' is no whole number from 1 to 128"},
+        {{"set", "can0", "--bitrate", "1M", "--dbitrate", "2M", "--dsjw", "0"},
+         "--dsjw: '0' is no whole number from 1 to 16"},
+        {{"send", "can0", "123#", "--count", "0"},
+         "--count: '0' is no whole number from 1 to 4294967295"},
+    };
+    for (const auto& [words, text] : lines) {
+        const auto result = RunCan(device, words);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_THAT(result.err, HasSubstr(text));
     }
     EXPECT_TRUE(device.Received().empty());
 }
@@ -263,7 +290,7 @@ TEST(VcictlCanCyclic, StartsFrames) {
     FakeDevice device(Device);
     const auto result = RunCan(device, {"cyclic", "can0", "123#11@10ms", "00000123##1AABB@1s"});
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.out, "can0: 2 started, 0 stopped, device time 1.234567890 s\n");
+    EXPECT_EQ(result.out, "can0: 2 starts, 0 stops accepted, device time 1.234567890 s\n");
     EXPECT_EQ(Services(device), Strings{"16330802230100000a00011123010080e80362aabb"});
 }
 
@@ -271,16 +298,22 @@ TEST(VcictlCanCyclic, StopsGoFirst) {
     FakeDevice device(Device);
     const auto result =
         RunCan(device, {"cyclic", "can1", "124#@5ms", "--stop", "123", "124#R", "125##"});
-    EXPECT_EQ(result.out, "can1: 1 started, 3 stopped, device time 1.234567890 s\n");
+    EXPECT_EQ(result.out, "can1: 1 start, 3 stops accepted, device time 1.234567890 s\n");
     EXPECT_EQ(Services(device), (Strings{"16330903230100000000002401000000002025010000000040",
                                          "1633090124010000050000"}));
+}
+
+TEST(VcictlCanCyclic, JsonCountsWhatWasAccepted) {
+    FakeDevice device(Device);
+    EXPECT_EQ(RunCan(device, {"cyclic", "can0", "124#@5ms", "--stop", "123", "--json"}).out,
+              "{\"channel\":\"can0\",\"starts\":1,\"stops\":1,\"device_ns\":1234567890}\n");
 }
 
 TEST(VcictlCanCyclic, ShowsThePlanWhenTheRateIsGiven) {
     FakeDevice device(Device);
     const auto result = RunCan(device, {"cyclic", "can0", "123#1122334455667788@10ms",
                                         "124#1122334455667788@10ms", "--bitrate", "500k"});
-    EXPECT_EQ(result.out, "can0: 2 started, 0 stopped, device time 1.234567890 s\n"
+    EXPECT_EQ(result.out, "can0: 2 starts, 0 stops accepted, device time 1.234567890 s\n"
                           "bus   id          period us  frame us  offset us  first us conflicts\n"
                           "can0  123             10000       234          0     20000         0\n"
                           "can0  124             10000       234        240     10240         0\n"
