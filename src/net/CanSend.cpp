@@ -185,61 +185,53 @@ uint32_t CanSend::FrameTimeUs(const CanTaskInfo& info) {
 }
 
 int CanSend::SetCANTask(uint8_t channel, can_frame frame, uint64_t period, uint64_t offect) {
-    const CanInfo info{frame.can_id, channel, CAN_Task};
-    if (period == 0) {
-        Stop(info);
-        return 0;
-    }
-    uint32_t flags = SETTIMER | STARTTIMER;
-    const auto running = canInfoToCanMap.find(info);
-    if (running == canInfoToCanMap.end()) {
-        // The same id with the other value of remote cannot live beside this one.
-        CanInfo flipped = info;
-        flipped.canId ^= CAN_RTR_FLAG;
-        if (canInfoToCanMap.count(flipped) != 0) {
-            Stop(flipped);
-            flipped.type = CAN_FD_Task;
-            Stop(flipped);
-        }
-    } else if (running->type == CAN_Task) {
-        flags = SETTIMER;
-    } else {
-        Stop(*running);
-    }
-    const int error = Write(channel, BcmMessage::Start(frame, flags, offect, period));
-    if (error != 0) {
+    const int error = SetTask({frame.can_id, channel, CAN_Task}, frame, period, offect);
+    if (error != 0) { // the host's answer is out; only the classic tasks have a message
         PrintLine("ZephCanCom::WriteCanFrame errno =" + std::to_string(error));
-        return error;
     }
-    canInfoToCanMap.insert(info);
-    return 0;
+    return error;
 }
 
 int CanSend::SetCANFDTask(uint8_t channel, canfd_frame frame, uint64_t period, uint64_t offect) {
-    const CanInfo info{frame.can_id, channel, CAN_FD_Task};
+    return SetTask({frame.can_id, channel, CAN_FD_Task}, frame, period, offect);
+}
+
+template <typename Frame>
+int CanSend::SetTask(const CanInfo& info, const Frame& frame, uint64_t period, uint64_t offect) {
     if (period == 0) {
         Stop(info);
         return 0;
     }
-    uint32_t flags = SETTIMER | STARTTIMER;
+    const uint32_t flags = MakeRoom(info);
+    const int error = Write(info.channel, BcmMessage::Start(frame, flags, offect, period));
+    if (error == 0) {
+        canInfoToCanMap.insert(info);
+    }
+    return error;
+}
+
+uint32_t CanSend::MakeRoom(const CanInfo& info) {
     const auto running = canInfoToCanMap.find(info);
-    if (running == canInfoToCanMap.end()) {
-        // There are no remote FD frames: a task with the other value of remote is a classic one.
-        const CanInfo flipped{frame.can_id ^ CAN_RTR_FLAG, channel, CAN_Task};
-        if (canInfoToCanMap.count(flipped) != 0) {
+    if (running != canInfoToCanMap.end()) {
+        if (running->type == info.type) {
+            return SETTIMER;
+        }
+        Stop(*running);
+        return SETTIMER | STARTTIMER;
+    }
+    // The same id with the other value of remote cannot live beside this one. Behind an FD frame
+    // it is a remote frame, which only a classic task can be.
+    CanInfo flipped = info;
+    flipped.canId ^= CAN_RTR_FLAG;
+    if (canInfoToCanMap.count(flipped) != 0) {
+        flipped.type = CAN_Task;
+        Stop(flipped);
+        if (info.type == CAN_Task) {
+            flipped.type = CAN_FD_Task;
             Stop(flipped);
         }
-    } else if (running->type == CAN_FD_Task) {
-        flags = SETTIMER;
-    } else {
-        Stop(*running);
     }
-    const int error = Write(channel, BcmMessage::Start(frame, flags, offect, period));
-    if (error != 0) {
-        return error; // the host's answer is out; only the classic tasks have a message
-    }
-    canInfoToCanMap.insert(info);
-    return 0;
+    return SETTIMER | STARTTIMER;
 }
 
 void CanSend::Stop(CanInfo info) {

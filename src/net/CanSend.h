@@ -95,6 +95,10 @@ class CanSend {
     void scheduleNewTasks(const std::vector<CanTaskInfo>& new_tasks_info);
     void StartTask(const CanTaskInfo& info, const OffsetPlanner::Task& task);
     uint32_t FrameTimeUs(const CanTaskInfo& info);
+    template <typename Frame>
+    int SetTask(const CanInfo& info, const Frame& frame, uint64_t period, uint64_t offect);
+    // Stops what cannot live beside the task. Gives the flags of its start, or of its update.
+    uint32_t MakeRoom(const CanInfo& info);
     void Stop(CanInfo info);
     int Write(uint8_t channel, const BcmMessage& message);
 

@@ -92,7 +92,7 @@ class TimeZone {
 };
 
 TEST(CandumpLog, NameIsThatOfTheLocalTime) {
-    const TimeZone zone("XXX-2");
+    const TimeZone zone("EET-2");
     EXPECT_EQ(CandumpLogName(kWall), "candump-2023-11-15_001320.log");
 }
 
@@ -118,7 +118,7 @@ TEST(CandumpView, StandardIdentifiersMoveOnceAnExtendedOneHasCome) {
 }
 
 TEST(CandumpView, WallClockTimes) {
-    const TimeZone zone("XXX-2");
+    const TimeZone zone("EET-2");
     EXPECT_EQ(CandumpView(ViewTime::Absolute).Line(kClassic.record, kWall),
               " (1700000000.123456)  can1  RX - -  123   [4]  DE AD BE EF");
     EXPECT_EQ(CandumpView(ViewTime::Date).Line(kClassic.record, kWall),
