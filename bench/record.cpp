@@ -4,6 +4,7 @@
 
 #include "doubles/MemoryBoard.h"
 #include "doubles/MemoryUsb.h"
+#include "doubles/ThreadCost.h"
 #include "drivers/UsbDriver.h"
 #include "modules/CanRecord.h"
 #include "net/MonitoredInterfaces.h"
@@ -12,11 +13,9 @@
 #include "utils/UniqueFd.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <map>
 #include <mutex>
-#include <new>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -26,28 +25,6 @@
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
-
-namespace {
-
-std::atomic<uint64_t> allocations{0};
-
-} // namespace
-
-// Not inlined: the compiler would otherwise see malloc() and free() and take them for a mismatch.
-[[gnu::noinline]] void* operator new(size_t size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -109,7 +86,7 @@ void PacketToRecord(benchmark::State& state, const Bytes& packet) {
     header.caplen = static_cast<bpf_u_int32>(packet.size());
     header.len = header.caplen;
 
-    const uint64_t before = allocations.load();
+    const uint64_t before = ThreadAllocations();
     const uint64_t framesBefore = CanFrameNum[0].load();
     int sinceDrain = 0;
     uint64_t written = 0;
@@ -127,7 +104,7 @@ void PacketToRecord(benchmark::State& state, const Bytes& packet) {
         }
     }
     drain();
-    const auto allocated = allocations.load() - before;
+    const auto allocated = ThreadAllocations() - before;
     state.counters["allocations"] = static_cast<double>(allocated);
     if (allocated != 0) {
         state.SkipWithError("a record allocates");
@@ -234,7 +211,7 @@ struct LastTime {
 template <typename Round> void Merge(benchmark::State& state, const Round& round) {
     const Packets packets = MakePackets(static_cast<int>(state.range(0)));
     bool ordered = true;
-    const uint64_t before = allocations.load();
+    const uint64_t before = ThreadAllocations();
     for (auto _ : state) {
         LastTime last;
         round(packets, last);
@@ -247,7 +224,7 @@ template <typename Round> void Merge(benchmark::State& state, const Round& round
         static_cast<double>(state.iterations()) * static_cast<double>(packets.size());
     state.SetItemsProcessed(static_cast<int64_t>(records));
     state.counters["allocations_per_record"] =
-        static_cast<double>(allocations.load() - before) / records;
+        static_cast<double>(ThreadAllocations() - before) / records;
 }
 
 void MergeOurs(benchmark::State& state) {

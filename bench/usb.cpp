@@ -6,41 +6,17 @@
 #include "base/ZephEventLoopThreadPool.h"
 #include "doubles/MemoryBoard.h"
 #include "doubles/MemoryUsb.h"
+#include "doubles/ThreadCost.h"
 #include "drivers/UsbDriver.h"
 
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <new>
 #include <vector>
 
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
-
-namespace {
-
-std::atomic<uint64_t> allocations{0};
-
-} // namespace
-
-// Not inlined: the compiler would otherwise see malloc() and free() and take them for a mismatch.
-[[gnu::noinline]] void* operator new(size_t size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -71,7 +47,7 @@ void UsbWrite(benchmark::State& state, bool systemCall) {
         Usb().doorbell = systemCall ? std::function<int()>(CheapSystemCall) : nullptr;
     }
     const std::vector<uint8_t> message(static_cast<size_t>(state.range(0)), 0x5A);
-    const uint64_t before = allocations.load();
+    const uint64_t before = ThreadAllocations();
     int sinceDrain = 0;
     uint64_t dropped = 0;
     for (auto _ : state) {
@@ -83,7 +59,7 @@ void UsbWrite(benchmark::State& state, bool systemCall) {
     }
     state.counters["dropped"] = static_cast<double>(dropped);
     if (state.threads() == 1) {
-        state.counters["allocations"] = static_cast<double>(allocations.load() - before);
+        state.counters["allocations"] = static_cast<double>(ThreadAllocations() - before);
     }
 }
 
@@ -147,7 +123,7 @@ void RequestToAnswer(benchmark::State& state) {
         std::memcpy(Usb().ReadRing() + at, frame, sizeof(frame));
     }
     Drivers::UsbDriver::GetInstance();
-    const uint64_t before = allocations.load();
+    const uint64_t before = ThreadAllocations();
     int sinceDrain = 0;
     for (auto _ : state) {
         Usb().Set(MemoryUsb::kReadIn, Usb().Get(MemoryUsb::kReadIn) + sizeof(frame));
@@ -157,7 +133,7 @@ void RequestToAnswer(benchmark::State& state) {
             Drain();
         }
     }
-    state.counters["allocations"] = static_cast<double>(allocations.load() - before);
+    state.counters["allocations"] = static_cast<double>(ThreadAllocations() - before);
     state.counters["answers"] = static_cast<double>(Usb().Get(MemoryUsb::kLengthIn));
 }
 BENCHMARK(RequestToAnswer)->Name("request_to_answer/sync_request");

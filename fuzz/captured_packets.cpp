@@ -63,6 +63,16 @@ class DriverRings {
                 "a ring cannot be written");
     }
 
+    // Back to what the driver starts with, so that an input finds the same rings each time.
+    void Clear() {
+        const Bytes zeros(kRingBytes);
+        for (size_t channel = 0; channel < fds_.size(); ++channel) {
+            Require(pwrite(fds_[channel].get(), zeros.data(), zeros.size(), 0) ==
+                        static_cast<ssize_t>(zeros.size()),
+                    "a ring cannot be cleared");
+        }
+    }
+
     Bytes Slot(size_t channel, size_t slot) const {
         Bytes bytes(kSlotSize);
         Require(pread(fds_[channel].get(), bytes.data(), kSlotSize,
@@ -87,11 +97,14 @@ class Road {
     Road() {
         MemoryBoard::Instance().Reset();
         usb_.Reset();
+        Rings().Clear();
         Drivers::UsbDriver::GetInstance();
         Drivers::CanManage::ListenstatusMask_ = 0;
         Drivers::CanManage::ListenchannelForbidden_ = 0;
-        for (auto& counter : CanFrameNum) {
-            counter = 0;
+        for (auto* counters : {&CanRxFrameNum, &CanTxFrameNum, &CanErrFrameNum, &CanFrameNum}) {
+            for (auto& counter : *counters) {
+                counter = 0;
+            }
         }
         capture_.SetHandlePacketCallBack([this](const pcap_pkthdr* header, const u_char* packet,
                                                 int) { record_.CanPacketCooked(header, packet); });
@@ -109,6 +122,12 @@ class Road {
     }
 
   private:
+    struct Counts {
+        uint64_t received = 0;
+        uint64_t sent = 0;
+        uint64_t errors = 0;
+    };
+
     void Step(FuzzedDataProvider& data) {
         switch (data.ConsumeIntegralInRange<int>(0, 9)) {
         case 0: {
@@ -193,12 +212,14 @@ class Road {
             Require(usb_.Get(MemoryUsb::kLengthOut) == usb_.Get(MemoryUsb::kLengthIn),
                     "a record in a ring without room");
         }
-        counted_ += expected.size();
-        uint64_t counted = 0;
-        for (const auto& counter : CanFrameNum) {
-            counted += counter;
+        for (size_t channel = 0; channel < kCanChannels; ++channel) {
+            const Counts& counts = counted_[channel];
+            Require(CanRxFrameNum[channel] == counts.received &&
+                        CanTxFrameNum[channel] == counts.sent &&
+                        CanErrFrameNum[channel] == counts.errors &&
+                        CanFrameNum[channel] == counts.received + counts.sent + counts.errors,
+                    "a record that was not counted, or not as what it is");
         }
-        Require(counted == counted_, "a record that was not counted, or was twice");
     }
 
     // What the packet has to yield, and what it does to the state.
@@ -212,7 +233,11 @@ class Road {
             return {};
         }
         if ((bytes[29] & 0x20) != 0) {
-            return bytes.size() < 36 ? Records{} : ExpectErrors(bytes);
+            if (bytes.size() < 36) {
+                return {};
+            }
+            counted_[bytes[33]].errors += bytes[35];
+            return ExpectErrors(bytes);
         }
         const auto seconds = static_cast<uint64_t>(header.ts.tv_sec);
         const uint64_t ns = seconds * 1'000'000'000 + static_cast<uint64_t>(header.ts.tv_usec);
@@ -224,6 +249,8 @@ class Road {
             heldBack_ = true;
             return {};
         }
+        Counts& counts = counted_[bytes[33]];
+        ++(bytes[32] == 1 ? counts.received : counts.sent);
         return {ExpectFrame(bytes, ns)};
     }
 
@@ -294,7 +321,7 @@ class Road {
     std::set<int> monitored_;
     bool full_ = false;
     bool heldBack_ = false;
-    uint64_t counted_ = 0;
+    std::array<Counts, kCanChannels> counted_{};
 };
 
 } // namespace

@@ -14,17 +14,13 @@ MonitoredInterfaces::~MonitoredInterfaces() {
 }
 
 void MonitoredInterfaces::Set(int index, bool wanted) {
-    auto& chain = chains_[static_cast<unsigned>(index) % kChains];
-    Entry* const first = chain.load(std::memory_order_relaxed);
-    for (Entry* entry = first; entry != nullptr; entry = entry->next) {
-        if (entry->index == index) {
-            entry->wanted.store(wanted, std::memory_order_relaxed);
-            return;
-        }
-    }
-    if (wanted) {
+    if (Entry* const entry = Find(index)) {
+        entry->wanted.store(wanted, std::memory_order_relaxed);
+    } else if (wanted) {
         // An entry is complete before it can be found, and none is ever taken out of its chain.
-        chain.store(new Entry{index, true, first}, std::memory_order_release);
+        auto& chain = chains_[ChainOf(index)];
+        chain.store(new Entry{index, true, chain.load(std::memory_order_relaxed)},
+                    std::memory_order_release);
     }
 }
 

@@ -36,9 +36,10 @@ class MonitoredInterfaces {
 
     static constexpr size_t kChains = 64; // a power of two; kernels count interfaces from 1 up
 
-    const Entry* Find(int index) const {
-        const auto& chain = chains_[static_cast<unsigned>(index) % kChains];
-        const Entry* entry = chain.load(std::memory_order_acquire);
+    static size_t ChainOf(int index) { return static_cast<unsigned>(index) % kChains; }
+
+    Entry* Find(int index) const {
+        Entry* entry = chains_[ChainOf(index)].load(std::memory_order_acquire);
         while (entry != nullptr && entry->index != index) {
             entry = entry->next;
         }

@@ -41,7 +41,8 @@ void PacketCapture::InitPcap(const std::string& device) {
         ReportNotOpen(device, errbuf);
         return;
     }
-    // These cannot fail before the activation, which tells what went wrong.
+    // These fail on a handle that is active already, and the precision where the machine has none so
+    // fine: Linux has it on every interface.
     pcap_set_snaplen(handle.get(), kSnapLength);
     pcap_set_promisc(handle.get(), 1);
     pcap_set_tstamp_precision(handle.get(), PCAP_TSTAMP_PRECISION_NANO);
@@ -53,6 +54,8 @@ void PacketCapture::InitPcap(const std::string& device) {
         ReportNotOpen(device, pcap_geterr(handle.get()));
         return;
     }
+    // The form of "any" since libpcap 1.10.1, and one that it can be asked for before. A single
+    // interface, which only tests open, may refuse it.
     pcap_set_datalink(handle.get(), kLinkType);
 }
 

@@ -1,32 +1,24 @@
 #!/bin/bash
 # Periodic frames: what the host asks for, what the kernel was told, what the wire saw.
-set -euo pipefail
+. tests/board/lib/base.sh
 
-ask() { vcictl raw "$@" | cut -c1-14; } # length, gid and sid of the answer
+answer() { vcictl raw "$@" | cut -c1-14; } # length, gid and sid of the answer
 task() { vboardctl can tasks | awk -v frame="$1" '$1 == "can0" && $2 == frame { print $0 }'; }
 column() { vboardctl can tasks | awk -v frame="$1" -v name="$2" '
     NR == 1 { for (i = 2; i <= NF; i++) if ($i == name) at = i - 1; next }
     $1 == "can0" && $2 == frame { print $at }'; }
-wait_for() { # wait_for SECONDS CMD...: until CMD succeeds
-    local end=$((SECONDS + $1))
-    shift
-    until "$@"; do
-        [ $SECONDS -lt $end ] || { echo "waited in vain: $*" >&2 && return 1; }
-        sleep 0.05
-    done
-}
 sent() { [ "$(column "$1" sent)" -ge "$2" ]; }
 
 vboardctl can wiring 0-1 2-3 4-5
 for channel in 08 09; do
-    ask 1529 $channel 01 00 01103f10 02020702 >/dev/null
-    ask 152c $channel 01 >/dev/null
+    ask 1529 $channel 01 00 01103f10 02020702
+    ask 152c $channel 01
 done
 vboardctl can trace clear
 threads=$(ls "/proc/$(vboardctl daemon pid)/task" | wc -l)
 
 # Two tasks of 10 ms and 20 ms, 8 bytes each, in one request.
-[ "$(ask 1633 08 02 23010000 0a00 08 1122334455667788 24010000 1400 08 0102030405060708)" = 000a0000001633 ]
+[ "$(answer 1633 08 02 23010000 0a00 08 1122334455667788 24010000 1400 08 0102030405060708)" = 000a0000001633 ]
 [ "$(column 123#1122334455667788 ival2_us)" = 9980 ]
 [ "$(column 124#0102030405060708 ival2_us)" = 19980 ]
 # The window is 20 ms: the very first task starts two windows from now, the second where its offset
@@ -51,22 +43,22 @@ awk '{ v[NR] = $1 } END { printf "spacing of 10 ms, us: least %d, median %d, gre
 [ "$(ls "/proc/$(vboardctl daemon pid)/task" | wc -l)" = "$threads" ]
 
 # A repeat replaces frame and period without a start.
-ask 1633 08 01 23010000 3200 08 aabbccddeeff0011 >/dev/null
+ask 1633 08 01 23010000 3200 08 aabbccddeeff0011
 [ "$(column 123#AABBCCDDEEFF0011 starts)" = 1 ]
 [ "$(column 123#AABBCCDDEEFF0011 updates)" = 1 ]
 [ "$(column 123#AABBCCDDEEFF0011 ival2_us)" = 49980 ]
 
 # A remote frame takes the place of the data frame; and an FD frame that of the remote frame.
-ask 1633 08 01 23010000 0a00 20 >/dev/null
+ask 1633 08 01 23010000 0a00 20
 [ -z "$(task 123#AABBCCDDEEFF0011)" ]
 [ -n "$(task 123#R)" ]
-ask 1633 08 01 23010000 0a00 61 55 >/dev/null
+ask 1633 08 01 23010000 0a00 61 55
 [ -z "$(task 123#R)" ]
 [ "$(column 123##155 ival2_us)" = 9981 ]
 wait_for 5 sent 123##155 3
 
 # Period 0 stops one and leaves the other.
-ask 1633 08 01 23010000 0000 41 00 >/dev/null
+ask 1633 08 01 23010000 0000 41 00
 [ -z "$(task 123##155)" ]
 [ -n "$(task 124#0102030405060708)" ]
 stopped=$(vboardctl can trace | grep -c ' 123##155 ')
@@ -75,12 +67,12 @@ wait_for 5 sent 124#0102030405060708 $((count + 3))
 [ "$(vboardctl can trace | grep -c ' 123##155 ')" = "$stopped" ]
 
 # 65,535 ms is a period as well.
-ask 1633 08 01 26010000 ffff 00 >/dev/null
+ask 1633 08 01 26010000 ffff 00
 [ "$(column 126# ival2_us)" = 65535000 ]
 
 # A write that the kernel refuses is told on the console, and the host has its answer.
 vboardctl can refuse 12
-[ "$(ask 1633 08 01 27010000 0a00 00)" = 000a0000001633 ]
+[ "$(answer 1633 08 01 27010000 0a00 00)" = 000a0000001633 ]
 vboardctl can refuse off
 [ -z "$(task 127#)" ]
 wait_for 5 grep -q 'ZephCanCom::WriteCanFrame errno =12' "$VBOARD_CONSOLE"
@@ -94,6 +86,6 @@ sleep 0.1
 vboardctl daemon start
 vboardctl daemon wait-ready 20
 for channel in 08 09; do
-    ask 152c $channel 01 >/dev/null
-    ask 152c $channel 00 >/dev/null
+    ask 152c $channel 01
+    ask 152c $channel 00
 done

@@ -1,10 +1,6 @@
 #!/bin/bash
 # Bursts of 255 frames on all six channels at once: each frame is recorded at both ends, in order.
-set -euo pipefail
-trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
-
-ask() { vcictl raw "$@" >/dev/null; }
-of_channel() { grep -E "^00.{8}0919$1" "$2" || true; }
+. tests/board/lib/base.sh
 
 vboardctl can wiring 0-1 2-3 4-5
 vboardctl counter run 0

@@ -1,11 +1,7 @@
 #!/bin/bash
 # What the host is told of the frames on the wires, byte for byte: layout, order, device time.
-set -euo pipefail
-trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
+. tests/board/lib/base.sh
 
-ask() { vcictl raw "$@" >/dev/null; }
-# The records of a channel, in the order of their arrival: from a file of messages.
-of_channel() { grep -E "^00.{8}0919$1" "$2" || true; }
 # Asks, and keeps the records that come within the time; compares them with the trace.
 told() { # told CHANNELS MILLISECONDS HEX...
     local channels=$1 time=$2 code
@@ -20,14 +16,6 @@ told() { # told CHANNELS MILLISECONDS HEX...
             <(of_channel $code "$VBOARD_RESULTS/record-frames.messages")
     done
     wc -l <"$VBOARD_RESULTS/record-frames.expected"
-}
-wait_console() { # wait_console TEXT
-    for _ in {1..100}; do
-        grep -aqF "$1" "$VBOARD_CONSOLE" && return
-        sleep 0.05
-    done
-    echo "the console does not show: $1" >&2
-    return 1
 }
 
 vboardctl can wiring 0-1 2-3 4-5
@@ -63,8 +51,8 @@ ask 0916 08 00
 # What was told is counted, and a close says so and starts again.
 ask 152c 08 00
 ask 152c 09 00
-wait_console 'CAN Channel 0 Rx: 3 Tx: 6 Er: 0 Al: 9'
-wait_console 'CAN Channel 1 Rx: 6 Tx: 2 Er: 0 Al: 8'
+wait_for 10 console_shows 'CAN Channel 0 Rx: 3 Tx: 6 Er: 0 Al: 9'
+wait_for 10 console_shows 'CAN Channel 1 Rx: 6 Tx: 2 Er: 0 Al: 8'
 ask 152c 08 01
 ask 152c 08 00
-wait_console 'CAN Channel 0 Rx: 0 Tx: 0 Er: 0 Al: 0'
+wait_for 10 console_shows 'CAN Channel 0 Rx: 0 Tx: 0 Er: 0 Al: 0'

@@ -1,11 +1,9 @@
 #!/bin/bash
 # The frame that lay in the receive buffer as a channel began to listen is not told, once in the
 # daemon's life.
-set -euo pipefail
-trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
+. tests/board/lib/base.sh
 rm -f /tmp/can_listen_forbidden_state
 
-ask() { vcictl raw "$@" >/dev/null; }
 # Sends a frame on can0 and prints how many records of can1 come.
 told() { vcictl raw 1635 08 "$1" 00 --count 0 --wait 500 | grep -cE '^00.{8}091909' || true; }
 

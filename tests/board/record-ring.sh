@@ -1,9 +1,7 @@
 #!/bin/bash
 # More errors at once than the ring has slots: each is told, the first ones as what overwrote them.
-set -euo pipefail
-trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
+. tests/board/lib/base.sh
 
-ask() { vcictl raw "$@" >/dev/null; }
 # The identifiers of the error records of can0 that come, in their order.
 identifiers() {
     vcictl raw 1001 --count 0 --wait 700 | sed -nE 's/^00.{8}6806.{16}08.{8}(..)(..).*/\2\1/p'

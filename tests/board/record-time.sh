@@ -1,10 +1,8 @@
 #!/bin/bash
 # The time of a record is that of the device, also when it jumps; one that it cannot have drops the
 # frame.
-set -euo pipefail
-trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
+. tests/board/lib/base.sh
 
-ask() { vcictl raw "$@" >/dev/null; }
 # Sends a frame on can0 and prints the time in its record, as 16 digits from the lowest byte up.
 time_told() {
     vcictl raw 1635 08 23010000 00 --count 0 --wait 400 | sed -nE 's/^00.{8}091908.{8}(.{16}).*/\1/p'

@@ -24,7 +24,8 @@
  * "noack*<count>" as result, which grows as long as the frame is retried.
  *
  * A line "# lost <count>" comes second if lines have been overwritten since
- * the trace was emptied. Write "clear" to empty it.
+ * the trace was emptied. Write "clear" to empty it, and "keep <lines>" to have
+ * fewer than TRACE_ENTRIES of them kept, from the next one on.
  */
 #include <linux/debugfs.h>
 #include <linux/module.h>
@@ -33,7 +34,7 @@
 
 #include "vboard_can.h"
 
-#define TRACE_ENTRIES 65536
+#define TRACE_ENTRIES 262144
 #define RETRY_LINES 3
 
 struct trace_entry {
@@ -49,10 +50,11 @@ struct trace_entry {
 static struct trace_entry *ring;
 static u64 ring_end;			/* number of the next entry */
 static u64 cleared;			/* the first one that still counts */
+static u32 kept = TRACE_ENTRIES;	/* as many as are shown */
 
 static u64 oldest_entry(void)
 {
-	return max(cleared, ring_end > TRACE_ENTRIES ? ring_end - TRACE_ENTRIES : 0);
+	return max(cleared, ring_end > kept ? ring_end - kept : 0);
 }
 
 void can_trace_attempt(const struct can_attempt *attempt)
@@ -185,16 +187,22 @@ static int trace_release(struct inode *inode, struct file *file)
 
 static ssize_t trace_write(struct file *file, const char __user *from, size_t len, loff_t *pos)
 {
-	char text[16] = "";
+	char text[24] = "";
+	bool clear;
+	u32 lines;
 
 	if (len >= sizeof(text))
 		return -EMSGSIZE;
 	if (copy_from_user(text, from, len))
 		return -EFAULT;
-	if (strcmp(strim(text), "clear"))
+	clear = !strcmp(strim(text), "clear");
+	if (!clear && (sscanf(text, "keep %u", &lines) != 1 || !lines || lines > TRACE_ENTRIES))
 		return -EINVAL;
 	spin_lock_bh(&can_lock);
-	cleared = ring_end;
+	if (clear)
+		cleared = ring_end;
+	else
+		kept = lines;
 	spin_unlock_bh(&can_lock);
 	return len;
 }

@@ -233,7 +233,7 @@ static void wiring(void) {
 
 static void trace_overflow(void) {
     enum {
-        KEPT = 65536,
+        KEPT = 2000,
         MORE = 100
     };
     static const can_timing fastest = {{1, 8, 19, 20, 1, 4, 15, 4}}; // 1 Mbit/s
@@ -241,6 +241,7 @@ static void trace_overflow(void) {
     long long done;
     int from;
     can_begin_at(2, &fastest);
+    CHECK(control_write("can/trace", "keep 2000") == 0);
     from = can_raw_socket(0);
     done = can_state_value(0, "sent") + KEPT + MORE;
     for (int sent = 0; sent < KEPT + MORE;) {
@@ -259,6 +260,9 @@ static void trace_overflow(void) {
     CHECK(control_write("can/trace", "clear") == 0);
     control_read("can/trace", text, sizeof text);
     CHECK(strcmp(text, "# queued_ns start_ns end_ns channel frame origin result\n") == 0);
+    CHECK(control_write("can/trace", "keep 0") == EINVAL);
+    CHECK(control_write("can/trace", "keep 262145") == EINVAL);
+    CHECK(control_write("can/trace", "keep 262144") == 0);
     close(from);
     can_end();
 }

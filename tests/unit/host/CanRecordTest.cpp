@@ -141,6 +141,9 @@ TEST(CanRecord, ShortRecordsAndOtherChannelsAreNone) {
         const Bytes bytes =
             BuildFrame(ParseHex(std::string("09 19 ") + channel + " 23010000 0100000000000000 80"));
         EXPECT_FALSE(CanFrameRecord::From(*ParseMessage(bytes))) << channel;
+        const Bytes errorBytes = BuildFrame(
+            ParseHex(std::string("68 06 0100000000000000 ") + channel + " 03 0000 00 00000000 80"));
+        EXPECT_FALSE(CanErrorRecord::From(*ParseMessage(errorBytes))) << channel;
     }
 }
 

@@ -269,11 +269,34 @@ TEST(PacketCapture, SeesALivePacketOfTheInterfaceThatIsMonitored) {
 TEST(PacketCapture, StopEndsALiveCaptureThatWaits) {
     const NetNamespace alone;
     ASSERT_TRUE(alone.Entered()) << "this test needs the right to make a network namespace";
+    ASSERT_TRUE(alone.RenameLoopback("ncan0"));
+    ASSERT_TRUE(alone.Raise("ncan0"));
+    Sink sink;
     net::PacketCapture capture;
+    sink.Attach(capture);
+    capture.SetNetworkMonitor(static_cast<int>(if_nametoindex("ncan0")), true);
     capture.StartCapturer();
-    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(alone.Send("ncan0", 12, {1}));
+    ASSERT_FALSE(sink.Await(1).empty()); // the worker is in its loop, and nothing more will come
+    auto stopped = std::async(std::launch::async, [&] { capture.StopCapturer(); });
+    ASSERT_EQ(stopped.wait_for(kDeadline), std::future_status::ready);
+}
+
+TEST(PacketCapture, APacketIsKeptUpToTheSnapLength) {
+    const NetNamespace alone;
+    ASSERT_TRUE(alone.Entered()) << "this test needs the right to make a network namespace";
+    ASSERT_TRUE(alone.RenameLoopback("ncan0"));
+    ASSERT_TRUE(alone.Raise("ncan0"));
+    Sink sink;
+    net::PacketCapture capture;
+    sink.Attach(capture);
+    capture.SetNetworkMonitor(static_cast<int>(if_nametoindex("ncan0")), true);
+    capture.StartCapturer();
+    ASSERT_TRUE(alone.Send("ncan0", 12, std::vector<uint8_t>(9000, 0x5A)));
+    const auto seen = sink.Await(1);
     capture.StopCapturer();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, kDeadline);
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ(seen[0].bytes.size(), 8192U);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "doubles/MemoryBoard.h"
 
 #include <array>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -101,6 +102,25 @@ TEST_F(PacketMergerTest, WithASilentChannelTheTimerGoesOn) {
     SetBoundary(50);
     RunUntil(3);
     EXPECT_EQ(times, (Times{10, 30, 50}));
+}
+
+TEST_F(PacketMergerTest, ARunComesAThresholdAfterThePushAndAThresholdAfterTheRunBefore) {
+    using std::chrono::milliseconds;
+    using Clock = std::chrono::steady_clock;
+    constexpr uint64_t kWait = 60'000'000; // ns
+    SetBoundary(20, kWait);
+    const auto merger = Make(2, kWait); // the second channel stays silent
+    const auto pushed = Clock::now();
+    merger->Push(At(10, 0));
+    merger->Push(At(30, 0));
+    RunUntil(1);
+    const auto first = Clock::now();
+    EXPECT_GE(first - pushed, milliseconds(60));
+    SetBoundary(30, kWait); // right behind the first run
+    RunUntil(2);
+    // RunUntil() ends some 20 ms after the packet that it waits for.
+    EXPECT_GE(Clock::now() - first, milliseconds(60 - 20));
+    EXPECT_EQ(times, (Times{10, 30}));
 }
 
 TEST_F(PacketMergerTest, APacketStampedLaterThanNowWaitsForTheBoundaryToPassIt) {

@@ -1,0 +1,21 @@
+# What the scripts of this directory begin with: a failed command ends the test and names its line.
+
+set -euo pipefail
+trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
+
+# Asks, and is content with any answer: what a request did shows in what follows it.
+ask() { vcictl raw "$@" >/dev/null; }
+
+wait_for() { # wait_for SECONDS CMD...: until CMD succeeds
+    local end=$((SECONDS + $1))
+    shift
+    until "$@"; do
+        [ $SECONDS -lt $end ] || { echo "waited in vain: $*" >&2 && return 1; }
+        sleep 0.05
+    done
+}
+
+console_shows() { grep -aqF "$1" "$VBOARD_CONSOLE"; }
+
+# The CAN frame records of a channel code in a file of messages, in the order of their arrival.
+of_channel() { grep -E "^00.{8}0919$1" "$2" || true; }
