@@ -2,7 +2,9 @@
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+  # What it must be told before it keeps objects that use a precompiled header.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
+      CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE_PROGRAM})
 endif()
 
 add_library(vci_flags INTERFACE)
@@ -10,6 +12,9 @@ target_compile_options(vci_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
   # Log lines carry the path of the source: the path inside the tree, not that of a build machine.
   -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+if(CCACHE_PROGRAM AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(vci_flags INTERFACE -fpch-preprocess)
+endif()
 if(VCI_FUZZ)
   target_compile_options(vci_flags INTERFACE -fsanitize=fuzzer-no-link) # coverage for the fuzzers
 endif()

@@ -58,6 +58,10 @@ class Road {
         group_ = std::make_unique<VciGroupService>(&loop_, pool_);
         group_->Init();
     }
+    // What a clear leaves for the next start would make this one answer it.
+    ~Road() { std::remove("/tmp/vci-clear.flag"); }
+    Road(const Road&) = delete;
+    Road& operator=(const Road&) = delete;
 
     void Run(FuzzedDataProvider& data) {
         // Anywhere on the rings, also just before the indices wrap.
@@ -164,9 +168,12 @@ class Road {
             if (last_[5] == ERR_INFO_SERVICE_GID && last_[6] == SERVICE_ERR_SID) {
                 Require(n == 5 && NegtiveErrorCodeName(last_[7]) != nullptr, "an unknown refusal");
             } else {
-                Require((n == 10 && (last_[5] == DEVICE_SYNCHRONIZATION_SERVICE_GID ||
-                                     last_[5] == DATA_RECORD_SERVICE_GID)) ||
+                Require((n == 10 &&
+                         (last_[5] == DEVICE_SYNCHRONIZATION_SERVICE_GID ||
+                          last_[5] == DATA_RECORD_SERVICE_GID || last_[5] == IOADC_SERVICE_GID)) ||
                             ((n == 2 || n == 10) && last_[5] == NET_CONFIG_SERVICE_GID) ||
+                            ((n == 2 || n == 10 || n == 15 || n == 18) &&
+                             last_[5] == DEV_CFG_SERVICE_GID) ||
                             (n == 10 && last_[5] == SEND_NET_FRAME_SERVICE_GID),
                         "an answer that nobody asked for");
             }

@@ -57,9 +57,18 @@ AskResult Ask(vcihost::Session& session, const vcihost::Bytes& service,
     return result;
 }
 
+AskedMessage AskMessage(vcihost::Session& session, const vcihost::Bytes& service,
+                        std::chrono::milliseconds timeout, const RefusalAdvice& advice) {
+    AskedMessage result;
+    if (auto answer = AskAny(session, service, timeout, advice, result.status)) {
+        result.bytes = std::move(answer->bytes);
+    }
+    return result;
+}
+
 ExitStatus AskPlain(vcihost::Session& session, const vcihost::Bytes& service,
-                    std::chrono::milliseconds timeout) {
+                    std::chrono::milliseconds timeout, const RefusalAdvice& advice) {
     ExitStatus status = kExitOk;
-    static_cast<void>(AskAny(session, service, timeout, {}, status));
+    static_cast<void>(AskAny(session, service, timeout, advice, status));
     return status;
 }

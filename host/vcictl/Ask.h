@@ -21,9 +21,19 @@ using RefusalAdvice = std::function<std::string(uint8_t code)>;
 AskResult Ask(vcihost::Session& session, const vcihost::Bytes& service,
               std::chrono::milliseconds timeout, const RefusalAdvice& advice = {});
 
+// The answer to a request, whole.
+struct AskedMessage {
+    ExitStatus status = kExitOk;
+    vcihost::Bytes bytes; // set when the status is kExitOk
+};
+
+// The same for a request whose answer is read by the caller.
+AskedMessage AskMessage(vcihost::Session& session, const vcihost::Bytes& service,
+                        std::chrono::milliseconds timeout, const RefusalAdvice& advice = {});
+
 // The same for a request whose answer carries nothing.
 ExitStatus AskPlain(vcihost::Session& session, const vcihost::Bytes& service,
-                    std::chrono::milliseconds timeout);
+                    std::chrono::milliseconds timeout, const RefusalAdvice& advice = {});
 
 // Tells of a refusal on standard error.
 void ComplainOfRefusal(const vcihost::NegativeResponse& refusal, const RefusalAdvice& advice);

@@ -1,5 +1,6 @@
 #include "vcictl/CanPlanOutput.h"
 
+#include "vcictl/Measured.h"
 #include "vcihost/BitTiming.h"
 #include "vcihost/CanChannel.h"
 #include "vcihost/Notation.h"
@@ -11,24 +12,10 @@
 
 namespace {
 
-constexpr double kMicrosecond = 1e3; // nanoseconds
-
 // The columns of both tables.
 constexpr char kPlanRow[] = "{:<5} {:<10} {:>10} {:>9} {:>10} {:>9} {:>9}";
 constexpr char kReceiptRow[] = "{:<5} {:<10} {:>6} {:>6} {:>5} {:>8} {:>9} {:>10} {:>7} {:>7} "
                                "{:>7} {:>7} {:>10}";
-
-using Time = std::optional<int64_t>;
-
-// In microseconds; a dash for what was not measured.
-std::string Microseconds(const Time& nanoseconds) {
-    return nanoseconds ? fmt::format("{:.1f}", static_cast<double>(*nanoseconds) / kMicrosecond)
-                       : "-";
-}
-
-template <typename T> nlohmann::ordered_json OrNull(const std::optional<T>& value) {
-    return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json(nullptr);
-}
 
 nlohmann::ordered_json ReceiptJson(const vcihost::TaskReceipt& receipt) {
     return {{"due", OrNull(receipt.due)},

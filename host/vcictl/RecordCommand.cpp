@@ -2,6 +2,7 @@
 
 #include "vcictl/Ask.h"
 #include "vcictl/Interrupt.h"
+#include "vcictl/LinRefusal.h"
 #include "vcihost/CandumpLog.h"
 #include "vcihost/DeviceTime.h"
 #include "vcihost/Notation.h"
@@ -17,14 +18,16 @@
 namespace {
 
 constexpr char kFooter[] =
-    "CHANNEL is can0 to can5 or any, with filters behind it in hex: can0,123:7FF,400~700.\n"
+    "CHANNEL is lin0 or lin1, which must be open, or can0 to can5, or any for all CAN channels,\n"
+    "these with filters behind them in hex: can0,123:7FF,400~700.\n"
     "id:mask lets frames through that agree with id in the bits of mask, id~mask those that do\n"
     "not; one of several is enough, with j all are needed. Eight digits of id stand for an\n"
     "extended identifier. #MASK chooses the classes of errors, #0 none.\n"
     "\n"
     "FILE.pcapng is a capture file with an interface for each channel, FILE.log the text log of\n"
-    "candump. Times in both are the device's clock told as wall-clock time by one comparison at\n"
-    "the start. The device drops records that nobody reads in time and does not tell.\n"
+    "candump, which cannot hold LIN frames. Times in both are the device's clock told as\n"
+    "wall-clock time by one comparison at the start. The device drops records that nobody reads\n"
+    "in time and does not tell.\n"
     "\n"
     "Exit status: 0 done, 1 the device refused, 2 wrong usage, trouble with the device or a file,\n"
     "3 no answer, or fewer records than --count in time. Ctrl-C ends the recording: everything is\n"
@@ -32,7 +35,8 @@ constexpr char kFooter[] =
     "\n"
     "Examples:\n"
     "  vcictl record can0 can1                        watch two channels\n"
-    "  vcictl record -o drive.pcapng                  all channels to a file, until Ctrl-C\n"
+    "  vcictl record -o drive.pcapng                  all CAN channels to a file, until Ctrl-C\n"
+    "  vcictl record -o body.pcapng can0 lin0 lin1    CAN and LIN on one clock\n"
     "  vcictl record can0,123:7FF -n 10 -T 5000       ten frames, at most 5 s apart\n"
     "  vcictl record -L can0 | log2asc can0           as another tool wants it";
 
@@ -63,11 +67,16 @@ CompareClocks(vcihost::Session& session, std::chrono::milliseconds timeout, Exit
     return best;
 }
 
+// CAN channels are recorded whether they are open or not.
+RefusalAdvice RecordAdvice(const vcihost::RecordChannel& channel) {
+    return channel.IsLin() ? LinAdvice(channel.number) : RefusalAdvice{};
+}
+
 } // namespace
 
 RecordCommand::RecordCommand(CLI::App& app) {
     app.footer(kFooter);
-    app.add_option("CHANNEL", channels_, "What to record, with filters; without it all channels")
+    app.add_option("CHANNEL", channels_, "What to record; without it all CAN channels")
         ->type_name("");
     CLI::Option* const file =
         app.add_option("-o,--output", file_, "Record to FILE.pcapng or FILE.log")
@@ -89,7 +98,11 @@ RecordCommand::RecordCommand(CLI::App& app) {
 }
 
 ExitStatus RecordCommand::Run(Tool& tool) {
-    auto filters = vcihost::CanFilters::Parse(channels_);
+    auto selection = vcihost::RecordSelection::Parse(channels_);
+    if (log_ && selection.HasLin()) {
+        throw UsageError("-L: the text log of candump cannot hold LIN frames; leave it out, or "
+                         "record to a file that ends with .pcapng");
+    }
     std::optional<std::chrono::nanoseconds> duration;
     if (!duration_.empty()) {
         duration = vcihost::ParseDuration("--duration", duration_);
@@ -105,9 +118,9 @@ ExitStatus RecordCommand::Run(Tool& tool) {
     if (!clock) {
         return status;
     }
-    const auto channels = filters.Channels();
+    const auto channels = selection.Channels();
     auto writers = Writers(tool, *clock, channels);
-    Recorder recorder(std::move(filters), std::move(writers), count_);
+    Recorder recorder(std::move(selection), std::move(writers), count_);
     return Record(*transport, recorder, channels, duration);
 }
 
@@ -131,8 +144,9 @@ vcihost::ViewTime RecordCommand::Time() const {
     }
 }
 
-Recorder::Writers RecordCommand::Writers(Tool& tool, const vcihost::ClockPair& clock,
-                                         const std::vector<uint8_t>& channels) const {
+Recorder::Writers
+RecordCommand::Writers(Tool& tool, const vcihost::ClockPair& clock,
+                       const std::vector<vcihost::RecordChannel>& channels) const {
     Recorder::Writers writers;
     if (!file_.empty() || logFile_) {
         const std::string path = logFile_ ? vcihost::CandumpLogName(WallClock()) : file_;
@@ -149,7 +163,8 @@ Recorder::Writers RecordCommand::Writers(Tool& tool, const vcihost::ClockPair& c
 }
 
 ExitStatus RecordCommand::Record(vcihost::Transport& transport, Recorder& recorder,
-                                 const std::vector<uint8_t>& channels, Duration duration) const {
+                                 const std::vector<vcihost::RecordChannel>& channels,
+                                 Duration duration) const {
     const auto timeout = std::chrono::milliseconds(wait_);
     // Two that renew one terminal line would spoil each other's.
     RecordProgress progress(!HasView() || isatty(STDOUT_FILENO) == 0);
@@ -168,12 +183,13 @@ ExitStatus RecordCommand::Record(vcihost::Transport& transport, Recorder& record
         }
     };
 
-    std::vector<uint8_t> on;
+    std::vector<vcihost::RecordChannel> on;
     attempt([&] {
-        for (const uint8_t channel : channels) {
+        for (const vcihost::RecordChannel& channel : channels) {
             // Listed first: a switch whose answer does not come may have been done all the same.
             on.push_back(channel);
-            status = Ask(session, vcihost::RecordSwitchRequest(channel, true), timeout).status;
+            status =
+                Ask(session, channel.SwitchRequest(true), timeout, RecordAdvice(channel)).status;
             if (status == kExitRefused) {
                 on.pop_back();
             }
@@ -186,10 +202,10 @@ ExitStatus RecordCommand::Record(vcihost::Transport& transport, Recorder& record
     const bool complete = count_ == 0 || recorder.IsFull();
     // The device does not tell what was on before, so all that was switched on goes off. What it
     // has sent before it answers is still recorded.
-    for (const uint8_t channel : on) {
+    for (const vcihost::RecordChannel& channel : on) {
         ExitStatus off = kExitTrouble;
         attempt([&] {
-            off = Ask(session, vcihost::RecordSwitchRequest(channel, false), timeout).status;
+            off = Ask(session, channel.SwitchRequest(false), timeout, RecordAdvice(channel)).status;
         });
         status = status == kExitOk ? off : status;
         if (off == kExitNoAnswer || off == kExitTrouble) {

@@ -9,7 +9,7 @@
 #include <chrono>
 #include <optional>
 
-// `vcictl record`: what CAN channels send and receive, to a file or to standard output.
+// `vcictl record`: what CAN and LIN channels send and receive, to a file or to standard output.
 class RecordCommand : public Command {
   public:
     explicit RecordCommand(CLI::App& app);
@@ -22,10 +22,10 @@ class RecordCommand : public Command {
 
     vcihost::ViewTime Time() const;
     Recorder::Writers Writers(Tool& tool, const vcihost::ClockPair& clock,
-                              const std::vector<uint8_t>& channels) const;
+                              const std::vector<vcihost::RecordChannel>& channels) const;
     bool HasView() const;
     ExitStatus Record(vcihost::Transport& transport, Recorder& recorder,
-                      const std::vector<uint8_t>& channels, Duration duration) const;
+                      const std::vector<vcihost::RecordChannel>& channels, Duration duration) const;
     void Follow(vcihost::Transport& transport, Recorder& recorder, RecordProgress& progress,
                 Duration duration) const;
 

@@ -1,5 +1,6 @@
 #include "vcictl/RecordOutput.h"
 
+#include "vcictl/RecordJson.h"
 #include "vcihost/CandumpLog.h"
 
 #include <utility>
@@ -11,43 +12,6 @@ namespace {
 
 constexpr size_t kLongText = 64UL * 1024;
 
-nlohmann::ordered_json Head(const char* type, uint64_t device, uint64_t wall, uint8_t channel,
-                            bool received) {
-    return {{"type", type},
-            {"device_ns", device},
-            {"wall_ns", wall},
-            {"channel", vcihost::CanChannelName(channel)},
-            {"direction", received ? "rx" : "tx"}};
-}
-
-std::string Json(const vcihost::CanFrameRecord& record, uint64_t wall) {
-    auto line = Head("frame", record.time, wall, record.channel, record.received);
-    line["id"] = record.id;
-    line["extended"] = record.extended;
-    line["remote"] = record.remote;
-    line["fd"] = record.fd;
-    line["brs"] = record.brs;
-    line["esi"] = record.esi;
-    line["dlc"] = record.dlc;
-    line["data"] = vcihost::ToHex(record.data);
-    return line.dump();
-}
-
-std::string Json(const vcihost::CanErrorRecord& record, uint64_t wall) {
-    auto line = Head("error", record.time, wall, record.channel, record.received);
-    line["code"] = record.code;
-    line["bit"] = record.bit;
-    line["position"] = record.position;
-    line["id"] = record.id;
-    line["extended"] = record.extended;
-    line["frame_type"] = record.frameType;
-    line["protocol"] = record.protocol;
-    line["esi"] = record.esi;
-    line["dlc"] = record.dlc;
-    line["data"] = vcihost::ToHex(record.data);
-    return line.dump();
-}
-
 } // namespace
 
 void RecordOutput::Write(const vcihost::CanFrameRecord& record) {
@@ -56,6 +20,14 @@ void RecordOutput::Write(const vcihost::CanFrameRecord& record) {
 
 void RecordOutput::Write(const vcihost::CanErrorRecord& record) {
     Add(record);
+}
+
+void RecordOutput::Write(const vcihost::LinFrameRecord& record) {
+    AddLin(record);
+}
+
+void RecordOutput::Write(const vcihost::LinWakeupRecord& record) {
+    AddLin(record);
 }
 
 template <typename Record> void RecordOutput::Add(const Record& record) {
@@ -69,10 +41,17 @@ template <typename Record> void RecordOutput::Add(const Record& record) {
         text_ += vcihost::CandumpLogLine(record, wall);
         break;
     case RecordStyle::Json:
-        text_ += Json(record, wall);
+        text_ += RecordJson(record, wall);
         text_ += '\n';
         break;
     }
+    FlushWhenLong();
+}
+
+template <typename Record> void RecordOutput::AddLin(const Record& record) {
+    const uint64_t wall = clock_.ToWall(record.start);
+    text_ += style_ == RecordStyle::Json ? RecordJson(record, wall) : view_.Line(record, wall);
+    text_ += '\n';
     FlushWhenLong();
 }
 
@@ -98,7 +77,6 @@ void RecordOutput::Flush() {
     }
 }
 
-void RecordOutput::Finish(
-    const std::array<vcihost::ChannelCounts, vcihost::kCanChannels>& /*counts*/) {
+void RecordOutput::Finish(const vcihost::RecordCounts& /*counts*/) {
     Flush();
 }

@@ -26,13 +26,17 @@ class RecordOutput : public vcihost::RecordWriter {
     // These throw as Output does.
     void Write(const vcihost::CanFrameRecord& record) override;
     void Write(const vcihost::CanErrorRecord& record) override;
+    // A log cannot hold these, and is not made where there are any.
+    void Write(const vcihost::LinFrameRecord& record) override;
+    void Write(const vcihost::LinWakeupRecord& record) override;
     void Lost(uint64_t count) override;
     void Flush() override;
     void Idle() override { Flush(); }
-    void Finish(const std::array<vcihost::ChannelCounts, vcihost::kCanChannels>& counts) override;
+    void Finish(const vcihost::RecordCounts& counts) override;
 
   private:
     template <typename Record> void Add(const Record& record);
+    template <typename Record> void AddLin(const Record& record);
     void FlushWhenLong();
 
     Output& out_;

@@ -42,10 +42,13 @@ void RecordProgress::End(const RecordTotals& totals) const {
 std::string RecordProgress::Text(const RecordTotals& totals,
                                  std::chrono::steady_clock::time_point now) const {
     const double seconds = std::chrono::duration<double>(now - start_).count();
-    std::string text = fmt::format("{} ({}, {})", Count(totals.Records(), "record", "records"),
+    std::string text = fmt::format("{} ({}, {}", Count(totals.Records(), "record", "records"),
                                    Count(totals.frames, "frame", "frames"),
                                    Count(totals.errors, "error", "errors"));
-    text += fmt::format(" in {:.1f} s", seconds);
+    if (totals.wakeups > 0) {
+        text += ", " + Count(totals.wakeups, "wake-up", "wake-ups");
+    }
+    text += fmt::format(") in {:.1f} s", seconds);
     if (seconds > 0) {
         text += fmt::format(", {:.0f}/s", static_cast<double>(totals.Records()) / seconds);
     }

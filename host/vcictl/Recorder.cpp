@@ -12,8 +12,8 @@ bool Recorder::Take(const vcihost::Bytes& bytes) {
     if (!message) {
         return CountUnreadable();
     }
-    if (message->gid == DATA_RECORD_SERVICE_GID && message->sid == vcihost::kCanFrameRecordSid) {
-        return Take(vcihost::CanFrameRecord::From(*message), &RecordTotals::frames);
+    if (message->gid == DATA_RECORD_SERVICE_GID) {
+        return TakeOfRecordGroup(*message);
     }
     if (message->gid == ERR_INFO_SERVICE_GID && message->sid == vcihost::kCanErrorRecordSid) {
         return Take(vcihost::CanErrorRecord::From(*message), &RecordTotals::errors);
@@ -21,17 +21,34 @@ bool Recorder::Take(const vcihost::Bytes& bytes) {
     return false;
 }
 
+bool Recorder::TakeOfRecordGroup(const vcihost::Message& message) {
+    switch (message.sid) {
+    case vcihost::kCanFrameRecordSid:
+        return Take(vcihost::CanFrameRecord::From(message), &RecordTotals::frames);
+    case vcihost::kLinFrameRecordSid: {
+        const auto record = vcihost::LinFrameRecord::From(message);
+        const bool error = record && record->HasError();
+        return Take(record, error ? &RecordTotals::errors : &RecordTotals::frames);
+    }
+    case vcihost::kLinWakeupRecordSid:
+        return Take(vcihost::LinWakeupRecord::From(message), &RecordTotals::wakeups);
+    default: // an answer
+        return false;
+    }
+}
+
 template <typename Record>
 bool Recorder::Take(const std::optional<Record>& record, uint64_t RecordTotals::*counter) {
     if (!record) {
         return CountUnreadable();
     }
-    if (!filters_.Has(record->channel)) {
+    const auto channel = vcihost::RecordChannel::Of(*record);
+    if (!selection_.Has(channel)) {
         return false; // an earlier host left this channel's record on
     }
-    vcihost::ChannelCounts& counts = counts_[record->channel];
+    vcihost::ChannelCounts& counts = counts_[channel.Index()];
     ++counts.received;
-    if (!filters_.Passes(*record)) {
+    if (!selection_.Passes(*record)) {
         ++totals_.filtered;
         return false;
     }

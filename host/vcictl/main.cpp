@@ -1,7 +1,11 @@
 #include "vcictl/CanCommand.h"
 #include "vcictl/DecodeCommand.h"
+#include "vcictl/DeviceCommand.h"
 #include "vcictl/Interrupt.h"
+#include "vcictl/IoCommand.h"
+#include "vcictl/LinCommand.h"
 #include "vcictl/RecordCommand.h"
+#include "vcictl/ReplayCommand.h"
 #include "vcictl/SendCommand.h"
 #include "vcictl/SyncCommand.h"
 #include "vcictl/TalkCommand.h"
@@ -105,7 +109,11 @@ int Main(int argc, char** argv) {
     commands.Add<TimeCommand>("time", "Show the device's clock beside the host's");
     commands.Add<SyncCommand>("sync", "Drive and watch the sync line");
     commands.Add<CanCommand>("can", "Set CAN channels up, send frames, plan periodic ones");
-    commands.Add<RecordCommand>("record", "Record what CAN channels send and receive");
+    commands.Add<IoCommand>("io", "Set digital outputs, show inputs and converter values");
+    commands.Add<LinCommand>("lin", "Set LIN channels up, load and run schedules, send frames");
+    commands.Add<RecordCommand>("record", "Record what CAN and LIN channels send and receive");
+    commands.Add<ReplayCommand>("replay", "Play a recorded trace, with its times");
+    commands.Add<DeviceCommand>("device", "Show what the device is, reset it, clear it");
     commands.Add<TalkCommand>("talk", "Hold the conversation of a file");
     commands.Add<DecodeCommand>("decode", "Tell a frame in words, without a device");
     try {

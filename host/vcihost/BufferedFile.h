@@ -7,7 +7,8 @@
 
 namespace vcihost {
 
-// A file cannot be written. what() is one line: what was tried, on which path, why it failed.
+// A file cannot be read or written. what() is one line: what was tried, on which path, why it
+// failed.
 class FileError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;

@@ -37,8 +37,25 @@ void PutTiming(WireWriter& writer, const BitTiming& timing) {
     writer.U8(timing.brp).U8(timing.sjw).U8(timing.seg1).U8(timing.seg2);
 }
 
-// `periodMs`: what a periodic entry has between identifier and flags.
-void AppendFrame(Bytes& service, const CanFrame& frame, const uint16_t* periodMs) {
+template <typename Entry, typename Append>
+std::vector<Bytes> Split(uint8_t sid, uint8_t channel, std::span<const Entry> entries,
+                         Append append) {
+    std::vector<Bytes> requests;
+    while (!entries.empty()) {
+        const auto part = entries.first(std::min(entries.size(), kMostCanEntries));
+        entries = entries.subspan(part.size());
+        Bytes& service = requests.emplace_back(Bytes{SEND_NET_FRAME_SERVICE_GID, sid, Code(channel),
+                                                     static_cast<uint8_t>(part.size())});
+        for (const Entry& entry : part) {
+            append(service, entry);
+        }
+    }
+    return requests;
+}
+
+} // namespace
+
+void AppendCanFrame(Bytes& service, const CanFrame& frame, const uint16_t* periodMs) {
     const auto dlc = DlcOfLength(frame.Length());
     if (!dlc) {
         throw std::invalid_argument("a frame of a length without a DLC code");
@@ -59,23 +76,9 @@ void AppendFrame(Bytes& service, const CanFrame& frame, const uint16_t* periodMs
     service.resize(service.size() + (frame.Length() - frame.data.size()));
 }
 
-template <typename Entry, typename Append>
-std::vector<Bytes> Split(uint8_t sid, uint8_t channel, std::span<const Entry> entries,
-                         Append append) {
-    std::vector<Bytes> requests;
-    while (!entries.empty()) {
-        const auto part = entries.first(std::min(entries.size(), kMostCanEntries));
-        entries = entries.subspan(part.size());
-        Bytes& service = requests.emplace_back(Bytes{SEND_NET_FRAME_SERVICE_GID, sid, Code(channel),
-                                                     static_cast<uint8_t>(part.size())});
-        for (const Entry& entry : part) {
-            append(service, entry);
-        }
-    }
-    return requests;
+Bytes CanProbeRequest(uint8_t channel) {
+    return {SEND_NET_FRAME_SERVICE_GID, kCanBurstSid, Code(channel), 0};
 }
-
-} // namespace
 
 Bytes CanTimingRequest(uint8_t channel, const CanTiming& timing) {
     Bytes service(kTimingSize);
@@ -106,19 +109,19 @@ Bytes CanModeRequest(uint8_t channel, bool listen) {
 
 std::vector<Bytes> CanPeriodicRequests(uint8_t channel, std::span<const CanPeriodic> entries) {
     return Split(kCanPeriodicSid, channel, entries, [](Bytes& service, const CanPeriodic& entry) {
-        AppendFrame(service, entry.frame, &entry.periodMs);
+        AppendCanFrame(service, entry.frame, &entry.periodMs);
     });
 }
 
 std::vector<Bytes> CanBurstRequests(uint8_t channel, std::span<const CanFrame> frames) {
     return Split(kCanBurstSid, channel, frames, [](Bytes& service, const CanFrame& frame) {
-        AppendFrame(service, frame, nullptr);
+        AppendCanFrame(service, frame, nullptr);
     });
 }
 
 Bytes CanSilentRequest(uint8_t channel, const CanFrame& frame) {
     Bytes service{SEND_NET_FRAME_SERVICE_GID, kCanSilentSid, Code(channel)};
-    AppendFrame(service, frame, nullptr);
+    AppendCanFrame(service, frame, nullptr);
     return service;
 }
 

@@ -57,7 +57,16 @@ std::vector<Bytes> CanBurstRequests(uint8_t channel, std::span<const CanFrame> f
 // Has no answer unless it is refused.
 Bytes CanSilentRequest(uint8_t channel, const CanFrame& frame);
 
-// Reads identifier, flags and data as all requests of group 22 have them; `periodMs`, if given, is
+// Puts identifier, flags and data behind `service`, as all requests of group 22 and those of replay
+// have them; `periodMs`, if given, between identifier and flags. Throws std::invalid_argument for a
+// frame of a length without a DLC code.
+void AppendCanFrame(Bytes& service, const CanFrame& frame, const uint16_t* periodMs = nullptr);
+
+// Asks whether a channel could send, and sends nothing: a request to send no frame. Refused like
+// any other one, answered with the device time.
+Bytes CanProbeRequest(uint8_t channel);
+
+// Reads identifier, flags and data as AppendCanFrame() puts them; `periodMs`, if given, is
 // what stands between identifier and flags. Check the reader behind it.
 CanFrame ReadCanFrame(WireReader& reader, uint16_t* periodMs = nullptr);
 

@@ -14,6 +14,10 @@ constexpr uint64_t kMicrosecond = 1000;
 // By BRS and ESI.
 constexpr const char* kFlagTexts[] = {"- -", "B -", "- E", "B E"};
 
+const char* Direction(bool received) {
+    return received ? "RX" : "TX";
+}
+
 std::string DataText(std::span<const uint8_t> data) {
     std::string text;
     static constexpr char kDigits[] = "0123456789ABCDEF";
@@ -28,27 +32,52 @@ std::string DataText(std::span<const uint8_t> data) {
 } // namespace
 
 std::string CandumpView::Line(const CanFrameRecord& record, uint64_t wall) {
-    std::string line = Head(record.time, wall, record.channel, record.received,
-                            kFlagTexts[(record.brs ? 1 : 0) | (record.esi ? 2 : 0)]);
+    std::string line =
+        Head(record.time, wall, CanChannelName(record.channel), Direction(record.received),
+             kFlagTexts[(record.brs ? 1 : 0) | (record.esi ? 2 : 0)]);
     wide_ = wide_ || record.extended;
-    line += record.extended
-                ? fmt::format("{:08X}", record.id)
-                : fmt::format("{:>{}}", fmt::format("{:03X}", record.id), wide_ ? 8 : 3);
+    line += IdText(fmt::format("{:0{}X}", record.id, record.extended ? 8 : 3));
     line += record.fd ? fmt::format("  [{:02}] ", record.Length())
                       : fmt::format("   [{}] ", record.Length());
     return line + (record.remote ? " remote request" : DataText(record.data));
 }
 
 std::string CandumpView::Line(const CanErrorRecord& record, uint64_t wall) {
-    return Head(record.time, wall, record.channel, record.received,
+    return Head(record.time, wall, CanChannelName(record.channel), Direction(record.received),
                 kFlagTexts[record.esi ? 2 : 0]) +
            record.Text();
 }
 
-std::string CandumpView::Head(uint64_t device, uint64_t wall, uint8_t channel, bool received,
-                              const char* flags) {
-    return fmt::format(" {}  can{}  {} {}  ", Time(device, wall), channel, received ? "RX" : "TX",
-                       flags);
+std::string CandumpView::Line(const LinFrameRecord& record, uint64_t wall) {
+    std::string line = Head(record.start, wall, LinChannelName(record.channel),
+                            Direction(record.received), kFlagTexts[0]);
+    line += IdText(LinIdText(LinIdOf(record.pid)));
+    line += fmt::format("   [{}] {}", record.data.size(), DataText(record.data));
+    if (!record.data.empty()) {
+        const auto type = record.ChecksumType();
+        line += fmt::format("  checksum {:02X}", record.checksum);
+        line +=
+            type == LinChecksumType::Unknown ? "" : fmt::format(" {}", LinChecksumTypeText(type));
+    }
+    const std::string error = record.ErrorText();
+    if (!error.empty()) {
+        line += (record.data.empty() ? " " : ", ") + error;
+    }
+    return line;
+}
+
+std::string CandumpView::Line(const LinWakeupRecord& record, uint64_t wall) {
+    return Head(record.start, wall, LinChannelName(record.channel), "--", kFlagTexts[0]) +
+           "wake-up signal";
+}
+
+std::string CandumpView::Head(uint64_t device, uint64_t wall, const std::string& channel,
+                              const char* direction, const char* flags) {
+    return fmt::format(" {}  {}  {} {}  ", Time(device, wall), channel, direction, flags);
+}
+
+std::string CandumpView::IdText(const std::string& id) const {
+    return fmt::format("{:>{}}", id, wide_ ? 8 : 3);
 }
 
 std::string CandumpView::Time(uint64_t device, uint64_t wall) {

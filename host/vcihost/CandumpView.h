@@ -1,6 +1,7 @@
 #pragma once
 
 #include "vcihost/CanRecord.h"
+#include "vcihost/LinRecord.h"
 
 #include <optional>
 
@@ -16,7 +17,8 @@ enum class ViewTime {
 };
 
 // Records as lines for people, as candump(1) shows them with -x, with errors in words:
-// " (12.345678900)  can0  RX B -  123  [08]  11 22 33 44 55 66 77 88". Used on one thread.
+// " (12.345678900)  can0  RX B -  123  [08]  11 22 33 44 55 66 77 88". Those of LIN look alike:
+// " (12.345678900)  lin0  RX - -   10   [2]  11 22  checksum BC enhanced". Used on one thread.
 class CandumpView {
   public:
     explicit CandumpView(ViewTime time) : time_(time) {}
@@ -24,10 +26,13 @@ class CandumpView {
     // One line without its line feed. `wall` is the record's wall-clock time, nanoseconds.
     std::string Line(const CanFrameRecord& record, uint64_t wall);
     std::string Line(const CanErrorRecord& record, uint64_t wall);
+    std::string Line(const LinFrameRecord& record, uint64_t wall);
+    std::string Line(const LinWakeupRecord& record, uint64_t wall);
 
   private:
-    std::string Head(uint64_t device, uint64_t wall, uint8_t channel, bool received,
-                     const char* flags);
+    std::string Head(uint64_t device, uint64_t wall, const std::string& channel,
+                     const char* direction, const char* flags);
+    std::string IdText(const std::string& id) const;
     std::string Time(uint64_t device, uint64_t wall);
 
     ViewTime time_;

@@ -10,8 +10,9 @@ namespace vcihost {
 namespace {
 
 // A group that is to be told in words adds its table here.
-constexpr std::span<const ServiceWords> (*kTables[])() = {RecordGroupWords, SyncGroupWords,
-                                                          CanGroupWords, ErrorGroupWords};
+constexpr std::span<const ServiceWords> (*kTables[])() = {
+    DeviceGroupWords, LinGroupWords, RecordGroupWords, SyncGroupWords,
+    ReplayGroupWords, IoGroupWords,  CanGroupWords,    ErrorGroupWords};
 
 const ServiceWords* FindService(uint8_t gid, uint8_t sid) {
     for (const auto table : kTables) {

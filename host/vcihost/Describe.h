@@ -47,8 +47,12 @@ struct ServiceWords {
     Reader message;
 };
 
+std::span<const ServiceWords> DeviceGroupWords(); // group 1
+std::span<const ServiceWords> LinGroupWords();    // group 6
 std::span<const ServiceWords> RecordGroupWords(); // group 9
 std::span<const ServiceWords> SyncGroupWords();   // group 16
+std::span<const ServiceWords> ReplayGroupWords(); // group 18
+std::span<const ServiceWords> IoGroupWords();     // group 20
 std::span<const ServiceWords> CanGroupWords();    // groups 21 and 22
 std::span<const ServiceWords> ErrorGroupWords();  // group 104, without the negative response
 

@@ -39,10 +39,10 @@ Bytes SetSyncState(bool up) {
 }
 
 std::optional<uint64_t> TimeInAnswer(const Message& message) {
-    const bool timed = message.gid == DEVICE_SYNCHRONIZATION_SERVICE_GID ||
-                       message.gid == DATA_RECORD_SERVICE_GID ||
-                       message.gid == NET_CONFIG_SERVICE_GID ||
-                       message.gid == SEND_NET_FRAME_SERVICE_GID;
+    const bool timed =
+        message.gid == DEV_CFG_SERVICE_GID || message.gid == DEVICE_SYNCHRONIZATION_SERVICE_GID ||
+        message.gid == DATA_RECORD_SERVICE_GID || message.gid == IOADC_SERVICE_GID ||
+        message.gid == NET_CONFIG_SERVICE_GID || message.gid == SEND_NET_FRAME_SERVICE_GID;
     if (!timed || message.payload.size() != kTimeLength) {
         return std::nullopt;
     }

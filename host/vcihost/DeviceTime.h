@@ -19,8 +19,8 @@ Bytes SyncFollowUp(uint64_t hostTime); // nanoseconds of the host's clock; the d
 Bytes SetSyncNode(bool master);
 Bytes SetSyncState(bool up);
 
-// The device time in an answer of group 16, and in those of recording (9), CAN set-up and sending
-// (21, 22) that carry it in the same form; nothing for any other message.
+// The device time in an answer of group 16, and in those of the device (1), recording (9), IO (20),
+// CAN set-up and sending (21, 22) that carry it in the same form; nothing for any other message.
 std::optional<uint64_t> TimeInAnswer(const Message& message);
 
 // Service ids of group 16.

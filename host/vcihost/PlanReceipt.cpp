@@ -1,5 +1,7 @@
 #include "vcihost/PlanReceipt.h"
 
+#include "vcihost/Percentile.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
@@ -15,19 +17,6 @@ using Entries = std::vector<const BusTrace::Entry*>;
 
 int64_t Nanoseconds(uint64_t microseconds) {
     return static_cast<int64_t>(microseconds) * kMicrosecond;
-}
-
-// The value that `percent` of the sorted values do not exceed; the lower one of two in the middle.
-std::optional<int64_t> Percentile(const std::vector<int64_t>& sorted, size_t percent) {
-    if (sorted.empty()) {
-        return std::nullopt;
-    }
-    return sorted[(sorted.size() * percent + 99) / 100 - 1];
-}
-
-std::optional<int64_t> Median(std::vector<int64_t> values) {
-    std::sort(values.begin(), values.end());
-    return Percentile(values, 50);
 }
 
 // From the nearest multiple of `period`: from minus half a period up.

@@ -21,12 +21,14 @@ RecordFormat FormatOfPath(const std::string& path);
 
 struct RecordFileOptions {
     ClockPair clock;
-    std::vector<uint8_t> channels; // each becomes an interface of a capture file, in this order
-    std::string device;            // the link, for a comment
-    std::string application;       // name and version of the program
+    std::vector<RecordChannel>
+        channels;            // each becomes an interface of a capture file, in this order
+    std::string device;      // the link, for a comment
+    std::string application; // name and version of the program
 };
 
-// A writer to a new file, of the format that its extension says. Throws FileError.
+// A writer to a new file, of the format that its extension says. Throws FileError, also for a text
+// log of LIN channels, which it cannot hold.
 std::unique_ptr<RecordWriter> MakeRecordFile(const std::string& path,
                                              const RecordFileOptions& options);
 

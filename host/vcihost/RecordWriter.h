@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vcihost/CanRecord.h"
+#include "vcihost/RecordChannel.h"
 
 #include <array>
 
@@ -11,6 +11,9 @@ struct ChannelCounts {
     uint64_t received = 0; // records that came
     uint64_t accepted = 0; // those that the filter let through
 };
+
+// By RecordChannel::Index().
+using RecordCounts = std::array<ChannelCounts, kRecordChannels>;
 
 // Where records go. Used on one thread.
 class RecordWriter {
@@ -23,6 +26,8 @@ class RecordWriter {
     // All of these throw what the writer's target throws.
     virtual void Write(const CanFrameRecord& record) = 0;
     virtual void Write(const CanErrorRecord& record) = 0;
+    virtual void Write(const LinFrameRecord& record) = 0;
+    virtual void Write(const LinWakeupRecord& record) = 0;
 
     // Records are known to be missing between the one before and the next one.
     virtual void Lost(uint64_t count) = 0;
@@ -34,7 +39,7 @@ class RecordWriter {
     virtual void Idle() {}
 
     // Behind the last record.
-    virtual void Finish(const std::array<ChannelCounts, kCanChannels>& counts) = 0;
+    virtual void Finish(const RecordCounts& counts) = 0;
 };
 
 } // namespace vcihost

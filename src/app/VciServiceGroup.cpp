@@ -7,15 +7,23 @@ VciGroupService::VciGroupService(ZephEventLoop* loop,
                                  const std::shared_ptr<ZephEventLoopThreadPool>& pool)
     : VciService(loop),
       func_map{
+          {DEV_CFG_SERVICE_GID, &VciGroupService::CommCfgGroupService},
+          {LIN_MESSAGE_SERVICE_GID, &VciGroupService::LinMsgGroupService},
           {DATA_RECORD_SERVICE_GID, &VciGroupService::DataRecordGroupService},
           {DEVICE_SYNCHRONIZATION_SERVICE_GID, &VciGroupService::DevSyncGroupService},
+          {CAN_REPLAY_SERVICE_GID, &VciGroupService::CanReplayGroupService},
+          {IOADC_SERVICE_GID, &VciGroupService::IOADCGroupService},
           {NET_CONFIG_SERVICE_GID, &VciGroupService::NetCfgGroupService},
           {SEND_NET_FRAME_SERVICE_GID, &VciGroupService::NetSendMsgGroupService},
       },
+      commCfgSrv_(loop),
       ethCfgSrv_(loop),
       recordSrv_(loop),
       devSyncSrv_(loop),
       sendSrv_(loop, pool),
+      IOADCSrv_(*IOADCService::GetInstance(loop, -1)),
+      CanReplaySrv_(loop),
+      LinMsgSrv(loop),
       boundary_([this](uint8_t gid) { return func_map.count(static_cast<GroupId>(gid)) != 0; },
                 kReqMsgSize) {}
 
@@ -63,12 +71,28 @@ template <typename Service> void VciGroupService::Forward(Service& service) {
     service.HandleReadEvent();
 }
 
+void VciGroupService::CommCfgGroupService() {
+    Forward(commCfgSrv_);
+}
+
+void VciGroupService::LinMsgGroupService() {
+    Forward(LinMsgSrv);
+}
+
 void VciGroupService::DataRecordGroupService() {
     Forward(recordSrv_);
 }
 
 void VciGroupService::DevSyncGroupService() {
     Forward(devSyncSrv_);
+}
+
+void VciGroupService::CanReplayGroupService() {
+    Forward(CanReplaySrv_);
+}
+
+void VciGroupService::IOADCGroupService() {
+    Forward(IOADCSrv_);
 }
 
 void VciGroupService::NetCfgGroupService() {

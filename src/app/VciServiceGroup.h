@@ -2,9 +2,13 @@
 
 #include "app/FrameBoundary.h"
 #include "common/VciService.h"
+#include "modules/CommCfgService.h"
 #include "modules/DataRecordService.h"
 #include "modules/DevSyncService.h"
+#include "modules/IOADCService.h"
 #include "modules/NetCfgService.h"
+#include "modules/VciCanReplayService.h"
+#include "modules/VciLinMsgService.h"
 #include "modules/VciSendService.h"
 
 #include <map>
@@ -35,16 +39,24 @@ class VciGroupService : public VciService {
   private:
     void Refuse(uint32_t msgLen, NegtiveErrorCode code);
 
+    void CommCfgGroupService();
+    void LinMsgGroupService();
     void DataRecordGroupService();
     void DevSyncGroupService();
+    void CanReplayGroupService();
+    void IOADCGroupService();
     void NetCfgGroupService();
     void NetSendMsgGroupService();
     template <typename Service> void Forward(Service& service);
 
     std::map<GroupId, void (VciGroupService::*)()> func_map;
+    CommCfgService commCfgSrv_;
     NetCfgService ethCfgSrv_;
     DataRecordService recordSrv_;
     DevSyncService devSyncSrv_;
     VciSendService sendSrv_;
+    IOADCService& IOADCSrv_; // the one that was in use at the start
+    VciCanReplayService CanReplaySrv_;
+    VciLinMsgService LinMsgSrv;
     FrameBoundary boundary_;
 };

@@ -76,9 +76,9 @@ class UsbDriver {
     static void ReportLost(uint64_t lost, uint32_t in, uint32_t out);
     void ReportDoorbell(int result) const;
 
-    // Held for one copy into the ring and nothing else: the capture thread, of the highest priority,
-    // may have to wait until a thread without any priority has been given the processor to end its
-    // copy.
+    // Held for one copy into the ring and nothing else: the capture thread, of the highest
+    // priority, may have to wait until a thread without any priority has been given the processor
+    // to end its copy.
     std::mutex fifoMutex;
     uint64_t lostCount = 0; // messages dropped for want of room
     void* infoMem = nullptr;

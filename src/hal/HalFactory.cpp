@@ -2,6 +2,7 @@
 
 #include "hal/DevMemRegAccess.h"
 #include "hal/GpiolibHalGpio.h"
+#include "hal/KernelMachine.h"
 
 #include <utility>
 
@@ -24,6 +25,11 @@ std::shared_ptr<IRegAccess> MakeRegAccess(off_t base, size_t size) {
 std::shared_ptr<IHalGpio> MakeGpio(const std::string& chipName) {
     const auto& make = Makers().gpio;
     return make ? make(chipName) : std::make_shared<GpiolibHalGpio>(chipName);
+}
+
+std::shared_ptr<IMachine> MakeMachine() {
+    const auto& make = Makers().machine;
+    return make ? make() : std::make_shared<KernelMachine>();
 }
 
 void SetHalMakers(HalMakers makers) {

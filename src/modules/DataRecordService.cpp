@@ -1,7 +1,9 @@
 #include "modules/DataRecordService.h"
 
 #include "drivers/DevManager.h"
+#include "drivers/LinManage.h"
 #include "drivers/UsbDriver.h"
+#include "modules/LinSchedule/LinScheduleManager.h"
 #include "utils/Console.h"
 #include "utils/Logger.h"
 #include "versions/VersionManager.h"
@@ -11,19 +13,26 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <cstdio>
 #include <string_view>
 
 #include <net/if.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 namespace {
 
 // Channel codes in records and requests.
 constexpr int kFirstLinCode = 50;
-
-constexpr int kLinChannels = 2;
+constexpr int kLastLinCode = kFirstLinCode + kLinChannels - 1;
 
 constexpr uint32_t kSwitchLength = 4;
+constexpr uint8_t kMostLinSwitches = 1; // entries of a request
+
+constexpr int kLinReceive = 1; // LinManage's parameter for the capture of received frames
+
+// From the last wake-up on a LIN bus to the start of its schedule.
+constexpr int kWakeupDelay = 800; // ms
 
 constexpr uint64_t kMergeThreshold = 1'000'000; // ns that a packet waits for older ones
 
@@ -59,13 +68,22 @@ DataRecordService::DataRecordService(ZephEventLoop* loop, const std::string& chr
     : VciService(loop),
       func_map{
           {CFG_ETH_REC_SWITCH_SID, &DataRecordService::CfgEthRecordSwitch},
+          {CFG_LIN_REC_SWITCH_SID, &DataRecordService::CfgLinRecordSwitch},
       },
       chrDevices_(chrDevices),
-      canRecord_(Drivers::CanManage::GetInstance(), errBuffer_) {}
+      canRecord_(Drivers::CanManage::GetInstance(), errBuffer_),
+      linRecord_([this](int linChannel) {
+          linChannel_ = linChannel;
+          StartTimer(kWakeupDelay);
+      }),
+      timer_fd_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)),
+      linWakeupChannel_(loop, timer_fd_.get()) {}
 
 DataRecordService::~DataRecordService() {
     capturer_.StopCapturer();
-    const uint64_t dropped = capturer_.TruncatedPackets() + canRecord_.MalformedPackets();
+    linWakeupChannel_.remove();
+    const uint64_t dropped = capturer_.TruncatedPackets() + canRecord_.MalformedPackets() +
+                             linRecord_.MalformedPackets();
     if (dropped != 0) {
         VCI_LOG_WARN << "recording: " << dropped << " packets of a wrong form were dropped";
     }
@@ -82,6 +100,8 @@ void DataRecordService::Init() {
             return;
         }
     }
+    linWakeupChannel_.setReadCallback([this](ZephTimestamp) { LinWakeupCb(); });
+    linWakeupChannel_.enableReading();
     InitAllChannelDevInfo();
     packetMerger_ = std::make_shared<PacketMerger>(
         loop_, VersionManager::GetInstance().GetEthPhyConfig()->GetMaxEthChannel(), kMergeThreshold,
@@ -142,6 +162,63 @@ void DataRecordService::CfgEthRecordSwitch() {
     UsbTimeResponse();
 }
 
+// The length is not looked at: a request that is short reads what an earlier one has left. What was
+// done before a failure stays done.
+void DataRecordService::CfgLinRecordSwitch() {
+    const uint8_t entries = pReqSrv[2];
+    if (entries > kMostLinSwitches) {
+        UsbNegtiveResponse(VALUE_OUTOF_RANGE);
+        return;
+    }
+    for (size_t entry = 0; entry < entries; ++entry) {
+        const uint8_t channel = pReqSrv[3 + 2 * entry];
+        const uint8_t channelSwitch = pReqSrv[4 + 2 * entry];
+        if (Drivers::LinManage::GetDeviceStatus(channel) == 0) {
+            UsbNegtiveResponse(SERVICE_WRONG_SEQUENCE);
+            return;
+        }
+        for (const auto& [index, info] : channelInfo_) {
+            if (info.code != kFirstLinCode + channel) {
+                continue;
+            }
+            capturer_.SetNetworkMonitor(static_cast<int>(index), channelSwitch != 0);
+            PrintLine("if index is " + std::to_string(index) + ",lin channel is " +
+                      std::to_string(info.code) + ", direction is " +
+                      std::to_string(info.direction));
+            if (Drivers::LinManage::GetInstance().ParmCfg(channel, kLinReceive, channelSwitch) <
+                0) {
+                UsbNegtiveResponse(UPDATE_CONFIG_ERROR);
+                return;
+            }
+        }
+    }
+    UsbTimeResponse();
+}
+
+// A further call starts the time anew.
+void DataRecordService::StartTimer(int ms) {
+    char text[64];
+    snprintf(text, sizeof(text), "DataRecordService::StartTimer set timer%d", ms);
+    PrintLine(text);
+    itimerspec time{};
+    time.it_value.tv_sec = ms / 1000;
+    time.it_value.tv_nsec = ms % 1000 * 1'000'000L;
+    timerfd_settime(timer_fd_.get(), 0, &time, nullptr);
+}
+
+void DataRecordService::LinWakeupCb() {
+    PrintLine("DataRecordService::LinWakeupCb cb call");
+    uint64_t expirations = 0;
+    if (read(timer_fd_.get(), &expirations, sizeof(expirations)) < 0) {
+        return; // another wake-up has armed it again meanwhile: its time is still to come
+    }
+    const int channel = linChannel_;
+    auto& schedules = LinScheduleManager::GetInstance();
+    if (schedules.getStatus(channel) && !schedules.getExecutorStatus(channel)) {
+        schedules.startExecutor(channel);
+    }
+}
+
 void DataRecordService::WriteUsb(const std::shared_ptr<Packet>& packet) {
     Drivers::UsbDriver::GetInstance().UsbWrite(packet->buf.get(),
                                                static_cast<uint32_t>(packet->length));
@@ -156,6 +233,8 @@ void DataRecordService::UsbUploadCallback(const pcap_pkthdr* pkthdr, const u_cha
     const uint8_t code = channel->second.code;
     if (CanChannelOfCode(code)) {
         canRecord_.CanPacketCooked(pkthdr, packet);
+    } else if (code >= kFirstLinCode && code <= kLastLinCode) {
+        linRecord_.LinPacketCooked(pkthdr, packet, code - kFirstLinCode);
     }
 }
 

@@ -1,30 +1,32 @@
 #pragma once
 
+#include "base/ZephChannel.h"
 #include "common/VciService.h"
 #include "drivers/CanManage.h"
 #include "modules/CanErrorRing.h"
 #include "modules/CanRecord.h"
+#include "modules/DataRecordGroup.h"
+#include "modules/LinRecord.h"
 #include "net/PacketCapture.h"
 #include "net/PacketMerger.h"
+#include "utils/UniqueFd.h"
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
 
-enum DataRecordGroup : uint8_t {
-    CFG_ETH_REC_SWITCH_SID = 22,
-};
-
 // Group 9. Records what the capture sees on the channels that the host switches on, and uploads it.
-// Requests are treated on the main thread; records are made on the capture thread.
+// A wake-up on a LIN bus also starts that channel's schedule again, some time behind it. Requests
+// and that start are treated on the main thread; records are made on the capture thread.
 class DataRecordService : public VciService {
   public:
     // `chrDevices`: path of the CAN character devices, without the channel number.
     explicit DataRecordService(ZephEventLoop* loop,
                                const std::string& chrDevices = "/dev/norvane_can");
-    ~DataRecordService(); // stops the capture
+    ~DataRecordService(); // stops the capture, and starts no schedule any more
 
     // Opens the error rings, looks up the channels' interfaces and starts the capture; from here on
     // SIGINT prints the frame counters. A CAN device that is missing ends this at once, with a line
@@ -53,11 +55,19 @@ class DataRecordService : public VciService {
     void MapInterface(const std::string& name, int code, uint8_t direction);
 
     void CfgEthRecordSwitch();
+    void CfgLinRecordSwitch();
+
+    void StartTimer(int ms); // capture thread
+    void LinWakeupCb();
 
     std::map<DataRecordGroup, void (DataRecordService::*)()> func_map;
     std::string chrDevices_;
     CanRecord::ErrorRings errBuffer_;
     CanRecord canRecord_;
+    LinRecord linRecord_;
+    std::atomic<int> linChannel_{0}; // that woke up last; set on the capture thread
+    UniqueFd timer_fd_;              // armed on the capture thread
+    ZephChannel linWakeupChannel_;
     // By interface index. Complete before the capture starts and never changed after, so that both
     // threads may look into it.
     std::unordered_map<unsigned int, ChannelInfo> channelInfo_;

@@ -41,8 +41,8 @@ void PacketCapture::InitPcap(const std::string& device) {
         ReportNotOpen(device, errbuf);
         return;
     }
-    // These fail on a handle that is active already, and the precision where the machine has none so
-    // fine: Linux has it on every interface.
+    // These fail on a handle that is active already, and the precision where the machine has none
+    // so fine: Linux has it on every interface.
     pcap_set_snaplen(handle.get(), kSnapLength);
     pcap_set_promisc(handle.get(), 1);
     pcap_set_tstamp_precision(handle.get(), PCAP_TSTAMP_PRECISION_NANO);

@@ -61,6 +61,12 @@ class CanSockets : public net::ZephCanCom {
         return channels;
     }
 
+    // Such sockets in place of those of the whole program, from the first call on.
+    static std::array<std::shared_ptr<CanSockets>, 6>& OfProgram() {
+        static auto channels = Replace(net::ZephCanComM::GetInstance());
+        return channels;
+    }
+
   private:
     static int Pair(int& end) {
         int fds[2];

@@ -62,6 +62,23 @@ int MemoryGpio::Read(uint32_t pin, int& value) {
     return 0;
 }
 
+int MemoryMachine::Reboot(int command) {
+    Take("reboot " + std::to_string(command));
+    return rebootResult;
+}
+
+int MemoryMachine::Raise(int signal) {
+    Take("raise " + std::to_string(signal));
+    return 0;
+}
+
+void MemoryMachine::Take(const std::string& call) {
+    if (onCall) {
+        onCall();
+    }
+    calls.push_back(call);
+}
+
 MemoryBoard& MemoryBoard::Instance() {
     static MemoryBoard board;
     return board;
@@ -77,6 +94,7 @@ MemoryBoard::MemoryBoard() {
             Gpio(chip);
             return chips_.at(chip);
         },
+        [this] { return machine_; },
     });
     // Without character devices, and leaving no file behind.
     Drivers::CanManage::GetInstance("/dev/null/can", "/dev/null");
@@ -105,6 +123,7 @@ void MemoryBoard::Reset() {
     for (auto& [name, chip] : chips_) {
         *chip = MemoryGpio();
     }
+    *machine_ = MemoryMachine();
 }
 
 void MemoryBoard::SetCounter(uint64_t ticks) {

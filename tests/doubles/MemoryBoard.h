@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hal/IHalGpio.h"
+#include "hal/IMachine.h"
 #include "hal/RegBlock.h"
 
 #include <cstdint>
@@ -41,8 +42,23 @@ class MemoryGpio : public Hal::IHalGpio {
     std::vector<std::pair<uint32_t, int>> writes; // pin and level, in order
 };
 
-// All register blocks and chips that the program asks for, kept for the life of the process, since
-// singletons hold on to theirs.
+// A machine to which nothing is done. What it was asked for stands here, for the test to read.
+class MemoryMachine : public Hal::IMachine {
+  public:
+    void Sync() override { Take("sync"); }
+    int Reboot(int command) override;
+    int Raise(int signal) override;
+
+    std::vector<std::string> calls; // by name, with the argument in decimal, in order
+    std::function<void()> onCall;   // what is to be looked at before each
+    int rebootResult = 0;
+
+  private:
+    void Take(const std::string& call);
+};
+
+// All register blocks and chips that the program asks for, and the machine, kept for the life of
+// the process, since singletons hold on to theirs.
 class MemoryBoard {
   public:
     // The first call puts the memory classes in place of the board's.
@@ -50,6 +66,7 @@ class MemoryBoard {
 
     MemoryRegAccess& Registers(uint32_t base);
     MemoryGpio& Gpio(const std::string& chipName);
+    MemoryMachine& Machine() { return *machine_; }
 
     // As after power-up. The objects stay.
     void Reset();
@@ -62,4 +79,5 @@ class MemoryBoard {
 
     std::map<uint32_t, std::shared_ptr<MemoryRegAccess>> blocks_;
     std::map<std::string, std::shared_ptr<MemoryGpio>> chips_;
+    std::shared_ptr<MemoryMachine> machine_ = std::make_shared<MemoryMachine>();
 };

@@ -2,19 +2,20 @@
 # One run of the board: its options, its run directory, the emulator, its end.
 
 # Files of a run in its results directory; those of an earlier run go first.
-run_files=(board.conf cmd kernel.log console.log supervisor.log daemon.log emulator.log
+run_files=(board.conf cmd emmc.img kernel.log console.log supervisor.log daemon.log emulator.log
     stdout.log stderr.log failure status)
 
-# Sets: results, timeout_s, append, daemon_mode, command.
+# Sets: results, timeout_s, boots, append, daemon_mode, command.
 parse_board_options() {
-    results='' timeout_s='' daemon_mode=wait append=() command=()
+    results='' timeout_s='' boots=1 daemon_mode=wait append=() command=()
     while [[ $# -gt 0 ]]; do
         case $1 in
-        --results | --timeout | --append)
+        --results | --timeout | --boots | --append)
             [[ $# -ge 2 ]] || fail "$1 needs a value"
             case $1 in
             --results) results=$2 ;;
             --timeout) timeout_s=$2 ;;
+            --boots) boots=$2 ;;
             --append) append+=("$2") ;;
             esac
             shift 2
@@ -30,6 +31,7 @@ parse_board_options() {
         esac
     done
     [[ ${timeout_s:-1} =~ ^[1-9][0-9]*$ ]] || fail "--timeout $timeout_s: give a number of seconds"
+    [[ $boots =~ ^[1-9][0-9]*$ ]] || fail "--boots $boots: give a number, 1 or more"
 }
 
 run_board() {
@@ -44,17 +46,35 @@ run_board() {
     fi
     find_daemon
     make_results
-    write_conf "$verb"
+    make_card
 
     trap 'stop_board; exit 130' INT
     trap 'stop_board; exit 143' TERM HUP
-    start_board "$verb"
-    local emulator_status=0
-    wait "$board_pid" || emulator_status=$?
-    board_pid=
-    wait
+    local boot=1 emulator_status
+    SECONDS=0
+    while :; do
+        write_conf "$verb" "$boot"
+        emulator_status=0
+        start_board "$verb"
+        wait "$board_pid" || emulator_status=$?
+        board_pid=
+        wait
+        has_restarted "$boot" "$emulator_status" || break
+        if [[ $boot -eq $boots ]]; then
+            echo "it restarted (--boots $((boots + 1)) starts the command again after that)" >"$results/failure"
+            break
+        fi
+        boot=$((boot + 1))
+    done
     trap - INT TERM HUP
     report_end "$emulator_status"
+}
+
+# has_restarted BOOT EMULATOR_STATUS: the boot ended with a restart that the board was asked for.
+# The emulator ends in the same way after a panic and after a power-off: the kernel's word counts.
+has_restarted() {
+    [[ $2 -eq 0 && ! -f $results/status && ! -f $results/failure ]] &&
+        [[ $(grep -c 'reboot: Restarting system' "$results/kernel.log") -eq $1 ]]
 }
 
 find_daemon() {
@@ -85,6 +105,32 @@ make_results() {
     (cd "$results" && rm -f "${run_files[@]}" && touch kernel.log console.log stdout.log stderr.log emulator.log)
 }
 
+# The eMMC card: 64 MiB with a boot and a system partition, both empty, and the raw one of the
+# serial record. It lasts for one run, with all its boots.
+make_card() {
+    local image=$results/emmc.img
+    {
+        head -c 446 /dev/zero
+        partition 2048 32768 0c
+        partition 34816 65536 83
+        partition 100352 2048 da
+        partition 0 0 00
+        printf '\x55\xaa'
+    } >"$image" && truncate -s 64M "$image" || fail "cannot make the card image $image"
+}
+
+# partition FIRST COUNT TYPE: an entry of the partition table, in blocks of 512 bytes.
+partition() {
+    local number
+    printf '\0\0\0\0%b\0\0\0' "\\x$3"
+    for number in "$1" "$2"; do
+        # shellcheck disable=SC2059 # little-endian, as escapes
+        printf "$(printf '\\x%02x\\x%02x\\x%02x\\x%02x' $((number & 255)) $((number >> 8 & 255)) \
+            $((number >> 16 & 255)) $((number >> 24)))"
+    done
+}
+
+# write_conf VERB BOOT
 write_conf() {
     local path=() entries entry rows=24 columns=80
     IFS=: read -ra entries <<<"${VBOARD_PATH:-build/release/host}"
@@ -109,6 +155,7 @@ write_conf() {
             printf '%s=%s\n' "BOARD_$name" "$(quoted "$value")"
         done <<EOF
 VERB $1
+BOOT $2
 PROJECT $project
 CACHE $cache
 KERNEL $kernel_version
@@ -134,7 +181,8 @@ EOF
 
 # Starts the emulator and, for a command, what copies its output; sets board_pid.
 start_board() {
-    local devices words
+    local devices words left=$timeout_s
+    if [[ $timeout_s -ne 0 ]]; then left=$((timeout_s > SECONDS ? timeout_s - SECONDS : 1)); fi
     option_path() { printf %s "${1//,/,,}"; }
     output() { printf 'file,id=%s,append=on,path=%s' "$1" "$(option_path "$results/$2")"; }
 
@@ -148,8 +196,13 @@ start_board() {
             -chardev "$(output err stderr.log)" -device "virtserialport,chardev=err,name=vboard.stderr")
     fi
 
+    # What an earlier boot has printed has been copied.
+    local stdout_bytes stderr_bytes
+    stdout_bytes=$(stat -c %s "$results/stdout.log")
+    stderr_bytes=$(stat -c %s "$results/stderr.log")
+
     # Whoever kills this script kills the board too.
-    setpriv --pdeathsig TERM timeout --foreground -k 5 "$timeout_s" \
+    setpriv --pdeathsig TERM timeout --foreground -k 5 "$left" \
         qemu-system-x86_64 -nodefaults -no-user-config -machine pc -accel "$accelerator" -cpu max -smp 2 \
         -m "${VBOARD_MEMORY:-4096}" -no-reboot -nic none -display none -monitor none \
         -kernel "$cache/kernel" -initrd "$cache/initramfs.img" -append "${words[*]}" \
@@ -157,11 +210,13 @@ start_board() {
         -chardev "$(output console console.log)" -serial chardev:console \
         -virtfs "local,path=/,mount_tag=root,security_model=none,readonly=on,multidevs=remap" \
         -virtfs "local,path=$(option_path "$results"),mount_tag=results,security_model=none,multidevs=remap" \
+        -drive "if=none,id=emmc,format=raw,file=$(option_path "$results/emmc.img")" \
+        -device sdhci-pci -device sd-card,drive=emmc \
         -device virtio-serial-pci "${devices[@]}" <&0 2>"$results/emulator.log" &
     board_pid=$!
     if [[ $1 == run ]]; then
-        tail -c +1 -f -s 0.1 --pid="$board_pid" "$results/stdout.log" 9<&- &
-        tail -c +1 -f -s 0.1 --pid="$board_pid" "$results/stderr.log" 9<&- >&2 &
+        tail -c +$((stdout_bytes + 1)) -f -s 0.1 --pid="$board_pid" "$results/stdout.log" 9<&- &
+        tail -c +$((stderr_bytes + 1)) -f -s 0.1 --pid="$board_pid" "$results/stderr.log" 9<&- >&2 &
     fi
 }
 

@@ -29,6 +29,7 @@
 #include <linux/types.h>
 
 #include "vboard.h"
+#include "vboard_can_uplink.h"
 
 #define CAN_CHANNELS 6
 #define CAN_CLOCK_HZ 40000000U
@@ -101,12 +102,6 @@ struct can_slot {
 };
 
 struct can_bus;
-
-/* Packets on their way to the kernel; has its own lock. */
-struct can_uplink {
-	struct napi_struct napi;
-	struct sk_buff_head skbs;
-};
 
 /* One channel. All fields are guarded by can_lock unless said otherwise. */
 struct can_channel {
@@ -210,17 +205,6 @@ void can_net_dropped(struct can_channel *channel, struct can_slot *slot);
 /* @passive: the sender is error-passive, as the frame itself tells if it is an FD frame. */
 void can_net_deliver(struct can_channel *channel, const struct can_wire_frame *wire, bool passive);
 void can_net_errors_changed(struct can_channel *channel);
-
-/* ---- vboard_can_uplink.c --------------------------------------------------- */
-
-void can_uplink_make(struct can_uplink *uplink, struct net_device *dev);
-void can_uplink_free(struct can_uplink *uplink);
-/* With the device going up and down; may sleep. */
-void can_uplink_open(struct can_uplink *uplink);
-void can_uplink_close(struct can_uplink *uplink);
-/* Any context but a hard interrupt; between open and close. */
-bool can_uplink_is_full(const struct can_uplink *uplink);
-void can_uplink_pass(struct can_uplink *uplink, struct sk_buff *skb);
 
 /* ---- vboard_can_port.c ----------------------------------------------------- */
 

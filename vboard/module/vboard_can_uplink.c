@@ -4,9 +4,7 @@
  * a net device, so that their order is that of the wire whatever processor the
  * wire's timer ran on.
  */
-#include <linux/netdevice.h>
-
-#include "vboard_can.h"
+#include "vboard_can_uplink.h"
 
 #define UPLINK_MAX 8192		/* packets on their way */
 

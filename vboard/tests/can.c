@@ -57,7 +57,7 @@ static unsigned int index_of(int channel) {
     return if_nametoindex(name);
 }
 
-int can_set_link(int channel, bool up) {
+int set_link(const char* name, bool up) {
     struct {
         struct nlmsghdr head;
         struct ifinfomsg info;
@@ -66,7 +66,7 @@ int can_set_link(int channel, bool up) {
                  .nlmsg_type = RTM_NEWLINK,
                  .nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK},
         .info = {.ifi_family = AF_UNSPEC,
-                 .ifi_index = (int)index_of(channel),
+                 .ifi_index = (int)if_nametoindex(name),
                  .ifi_change = IFF_UP,
                  .ifi_flags = up ? IFF_UP : 0},
     };
@@ -82,6 +82,12 @@ int can_set_link(int channel, bool up) {
     }
     close(fd);
     return -answer.error.error;
+}
+
+int can_set_link(int channel, bool up) {
+    char name[IFNAMSIZ];
+    snprintf(name, sizeof name, "can%d", channel);
+    return set_link(name, up);
 }
 
 int can_set_port(int channel, bool up) {

@@ -44,7 +44,8 @@ extern const can_timing slowest_timing; // 405 bit/s: a frame takes a tenth of a
 
 // Result: 0 or an errno.
 int can_write_timing(int channel, const void* record, size_t size);
-// Raises or lowers can<n> by a route netlink message, as libsocketcan does.
+// Raises or lowers an interface by a route netlink message, as libsocketcan does.
+int set_link(const char* name, bool up);
 int can_set_link(int channel, bool up);
 
 // Wiring by pairs, an empty trace, and the first `channels` channels up with fast_timing.

@@ -23,6 +23,7 @@ void usb_host_tests(void);
 void register_tests(void);
 void gpio_tests(void);
 void sync_tests(void);
+void io_tests(void);
 
 // Control files, by their path in the control directory. Result: 0 or an errno.
 int control_write(const char* path, const char* text);

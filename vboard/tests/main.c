@@ -3,6 +3,7 @@
 #define _GNU_SOURCE
 #include "can.h"
 #include "check.h"
+#include "lin.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -179,6 +180,7 @@ int main(void) {
     register_tests();
     gpio_tests();
     sync_tests();
+    io_tests();
     can_register_tests();
     can_bus_tests();
     can_fault_tests();
@@ -186,5 +188,10 @@ int main(void) {
     can_error_tests();
     can_bcm_tests();
     can_load_tests();
+    lin_char_tests();
+    lin_bus_tests();
+    lin_record_tests();
+    lin_fault_tests();
+    lin_load_tests();
     return failed_tests() == 0 ? 0 : 1;
 }

@@ -65,6 +65,16 @@ class VciServiceGroupTest : public BoardTest {
     std::unique_ptr<VciGroupService> holder = std::make_unique<VciGroupService>(&loop, pool);
 };
 
+TEST_F(VciServiceGroupTest, RequestsAboutTheDeviceReachTheirService) {
+    const auto unknown = Send(Frame({1, 99}, 0x11223344));
+    EXPECT_EQ(unknown, (std::vector<Bytes>{
+                           {0, 5, 0, 0, 0, 104, 2, 14, 1, 99, 0x44, 0x33, 0x22, 0x11, 0, 0}}));
+    const auto version = Send(Frame({1, 6}));
+    ASSERT_EQ(version.size(), 1U);
+    EXPECT_EQ(Bytes(version[0].begin(), version[0].begin() + 15),
+              (Bytes{0, 18, 0, 0, 0, 1, 6, 1, 2, 1, 2, 0, 1, 2, 0}));
+}
+
 TEST_F(VciServiceGroupTest, CanConfigurationAndSendRequestsReachTheirServices) {
     const auto set = Send(Frame({21, 43, 8, 0}));
     ASSERT_EQ(set.size(), 1U);
@@ -72,6 +82,28 @@ TEST_F(VciServiceGroupTest, CanConfigurationAndSendRequestsReachTheirServices) {
     const auto sent = Send(Frame({22, 52, 8, 0}, 0x11223344)); // on a channel that is closed
     EXPECT_EQ(sent, (std::vector<Bytes>{
                         {0, 5, 0, 0, 0, 104, 2, 12, 22, 52, 0x44, 0x33, 0x22, 0x11, 0, 0}}));
+}
+
+TEST_F(VciServiceGroupTest, ReplayRequestsReachTheirService) {
+    const auto paused = Send(Frame({18, 5}));
+    ASSERT_EQ(paused.size(), 1U);
+    EXPECT_EQ(Bytes(paused[0].begin(), paused[0].begin() + 7), (Bytes{0, 2, 0, 0, 0, 18, 5}));
+}
+
+TEST_F(VciServiceGroupTest, IoRequestsReachTheirService) {
+    const auto set = Send(Frame({20, 3, 0x10, 0x27}));
+    ASSERT_EQ(set.size(), 1U);
+    EXPECT_EQ(Bytes(set[0].begin(), set[0].begin() + 7), (Bytes{0, 10, 0, 0, 0, 20, 3}));
+    EXPECT_EQ(board.Registers(0x88000000).Word(16), 10000U);
+}
+
+TEST_F(VciServiceGroupTest, LinRequestsReachTheirService) {
+    const auto closed = Send(Frame({6, 1, 0, 0}, 0x11223344)); // of a channel that is closed
+    EXPECT_EQ(closed, (std::vector<Bytes>{
+                          {0, 5, 0, 0, 0, 104, 2, 12, 6, 1, 0x44, 0x33, 0x22, 0x11, 0, 0}}));
+    const auto unknown = Send(Frame({6, 99}, 0x11223344));
+    EXPECT_EQ(unknown, (std::vector<Bytes>{
+                           {0, 5, 0, 0, 0, 104, 2, 14, 6, 99, 0x44, 0x33, 0x22, 0x11, 0, 0}}));
 }
 
 TEST_F(VciServiceGroupTest, TheStartAnswersAClearOfTheConfigurationBeforeItReadsRequests) {

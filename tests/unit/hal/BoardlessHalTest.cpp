@@ -1,6 +1,7 @@
 #include "hal/DevMemRegAccess.h"
 #include "hal/GpiolibHalGpio.h"
 #include "hal/HalFactory.h"
+#include "hal/KernelMachine.h"
 
 #include <gtest/gtest.h>
 
@@ -36,6 +37,7 @@ TEST(HalFactory, YieldsTheBoardsClassesUnlessTold) {
     EXPECT_NE(std::dynamic_pointer_cast<Hal::DevMemRegAccess>(Hal::MakeRegAccess(kUnmappable, 16)),
               nullptr);
     EXPECT_NE(std::dynamic_pointer_cast<Hal::GpiolibHalGpio>(Hal::MakeGpio("none")), nullptr);
+    EXPECT_NE(std::dynamic_pointer_cast<Hal::KernelMachine>(Hal::MakeMachine()), nullptr);
 }
 
 } // namespace

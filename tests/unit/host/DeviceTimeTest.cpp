@@ -27,7 +27,7 @@ TEST(DeviceTime, IsLeastSignificantByteFirstInAnAnswer) {
 }
 
 TEST(DeviceTime, OtherMessagesHaveNone) {
-    const Bytes other = ParseHex("00 0a000000 14 01 f6ffffff09000000 00000000 0000000000");
+    const Bytes other = ParseHex("00 0a000000 68 01 f6ffffff09000000 00000000 0000000000");
     EXPECT_EQ(TimeInAnswer(*ParseMessage(other)), std::nullopt);
     const Bytes bare = ParseHex("00 02000000 10 01 00000000 0000000000");
     EXPECT_EQ(TimeInAnswer(*ParseMessage(bare)), std::nullopt);

@@ -43,9 +43,17 @@ const Bytes kFd = Frame("09 19 0d 24010000 d502964900000000 69 00010203040506070
 const Bytes kFdPlain = Frame("09 19 0d 25010000 d602964900000000 d1 aa");
 const Bytes kError = Frame("68 06 d702964900000000 0d 03 0c00 05 23010000 02 aabb");
 
+std::vector<RecordChannel> CanChannels(const std::vector<uint8_t>& numbers) {
+    std::vector<RecordChannel> channels;
+    for (const uint8_t number : numbers) {
+        channels.push_back({RecordChannel::Bus::Can, number});
+    }
+    return channels;
+}
+
 void WriteSome(const std::string& path) {
     const RecordFileOptions options{
-        {1000, 1'700'000'000'000'000'000, 5}, {0, 1, 5}, "/dev/link", "vcictl 1.2.3"};
+        {1000, 1'700'000'000'000'000'000, 5}, CanChannels({0, 1, 5}), "/dev/link", "vcictl 1.2.3"};
     const auto writer = MakeRecordFile(path, options);
     for (const Bytes& bytes : {kClassic, kRemote, kExtended, kFd, kFdPlain}) {
         writer->Write(CanFrameRecord::From(ParseMessage(bytes).value()).value());
@@ -166,7 +174,8 @@ TEST(RecordFile, StatisticsTellAllLosses) {
 
 TEST(RecordFile, LossesBehindTheLastPacketStandInTheFirstStatistics) {
     const TempDir dir;
-    const auto writer = MakeRecordFile(dir / "a.pcapng", {{}, {0, 5}, "/dev/link", ""});
+    const auto writer =
+        MakeRecordFile(dir / "a.pcapng", {{}, CanChannels({0, 5}), "/dev/link", ""});
     writer->Lost(2);
     writer->Write(CanErrorRecord::From(ParseMessage(kError).value()).value());
     writer->Lost(4);

@@ -13,12 +13,6 @@ constexpr uint8_t kOutOfRange = 11;
 constexpr uint8_t kWrongSequence = 12;
 constexpr uint8_t kListening = 160;
 
-// The CAN sockets of the whole program, without a bus.
-std::array<std::shared_ptr<CanSockets>, 6>& Channels() {
-    static auto channels = CanSockets::Replace(net::ZephCanComM::GetInstance());
-    return channels;
-}
-
 class VciSendServiceTest : public ServiceTest {
   protected:
     VciSendServiceTest() {
@@ -26,7 +20,7 @@ class VciSendServiceTest : public ServiceTest {
         CanManage::statusMask_ = 1 << 0 | 1 << 5;
         CanManage::ListenstatusMask_ = 0;
         CanManage::BaudRate_[0] = 500000;
-        for (const auto& channel : Channels()) {
+        for (const auto& channel : channels) {
             channel->Open(); // afresh
             channel->beforePeriodic = nullptr;
         }
@@ -42,7 +36,7 @@ class VciSendServiceTest : public ServiceTest {
     }
     static Bytes Single(uint8_t channel) { return {22, 53, channel, 0x23, 1, 0, 0, 1, 0xAA}; }
 
-    std::array<std::shared_ptr<CanSockets>, 6>& channels = Channels();
+    std::array<std::shared_ptr<CanSockets>, 6>& channels = CanSockets::OfProgram();
     ZephEventLoop loop;
     std::optional<VciSendService> service;
 };

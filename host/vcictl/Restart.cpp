@@ -1,0 +1,141 @@
+#include "vcictl/Restart.h"
+
+#include "common/GlobalEnums.h"
+#include "vcictl/Ask.h"
+#include "vcihost/DeviceInfo.h"
+#include "vcihost/DeviceTime.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Between two attempts. A question that the device did not hear before it went down is lost.
+constexpr std::chrono::milliseconds kPause(250);
+constexpr std::chrono::milliseconds kQuestion(1000);
+
+double Seconds(Clock::duration duration) {
+    return std::chrono::duration<double>(duration).count();
+}
+
+ExitStatus TellOfSilence(std::chrono::nanoseconds limit) {
+    Complain(fmt::format("the device does not answer again within {:.1f} s; --limit waits longer",
+                         Seconds(std::chrono::duration_cast<Clock::duration>(limit))));
+    return kExitNoAnswer;
+}
+
+void TellOfReturn(Tool& tool, const char* what, Clock::time_point start, uint64_t time) {
+    tool.out.Line(fmt::format("{} after {:.1f} s, device time {}", what,
+                              Seconds(Clock::now() - start), vcihost::TimeText(time)));
+}
+
+// The device time of an answer to the question; nothing while there is none.
+std::optional<uint64_t> AskOnce(Tool& tool, Clock::time_point deadline) {
+    try {
+        const auto transport = tool.Open();
+        vcihost::Session session(*transport);
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        const auto answer = session.Ask(vcihost::DeviceRequest(vcihost::kDeviceTimeSid),
+                                        std::clamp(left, std::chrono::milliseconds(0), kQuestion));
+        const auto message = answer ? vcihost::ParseMessage(answer->bytes) : std::nullopt;
+        return message ? vcihost::TimeInAnswer(*message) : std::nullopt;
+    } catch (const vcihost::TransportError&) { // the link is gone for the time being
+        return std::nullopt;
+    }
+}
+
+// The answer to the clear, over links that come and go; nothing when the time is over.
+class ClearAnswer {
+  public:
+    // `status` is set once there is one.
+    bool Take(const vcihost::Bytes& bytes) {
+        const auto message = vcihost::ParseMessage(bytes);
+        if (!message) {
+            return false;
+        }
+        if (const auto refusal = vcihost::NegativeResponse::From(*message)) {
+            const bool ours =
+                refusal->gid == DEV_CFG_SERVICE_GID && refusal->sid == vcihost::kDeviceClearSid;
+            if (ours || refusal->IsAnonymous()) {
+                ComplainOfRefusal(*refusal, {});
+                refused_ = true;
+            }
+            return refused_;
+        }
+        if (message->gid == DEV_CFG_SERVICE_GID && message->sid == vcihost::kDeviceClearSid) {
+            time_ = vcihost::TimeInAnswer(*message);
+        }
+        return time_.has_value();
+    }
+
+    bool refused() const { return refused_; }
+    uint64_t time() const { return time_.value_or(0); }
+
+  private:
+    bool refused_ = false;
+    std::optional<uint64_t> time_;
+};
+
+bool Listen(vcihost::Transport& transport, ClearAnswer& answer, Clock::time_point deadline) {
+    while (const auto bytes = transport.Receive(deadline)) {
+        if (answer.Take(*bytes)) {
+            return true;
+        }
+        if (Clock::now() >= deadline) {
+            break;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+ExitStatus AwaitBoard(Tool& tool, std::chrono::nanoseconds limit) {
+    const auto start = Clock::now();
+    const auto deadline = start + limit;
+    while (Clock::now() < deadline) {
+        tool.waiter.Pause(std::min(deadline, Clock::now() + kPause));
+        if (const auto time = AskOnce(tool, deadline)) {
+            TellOfReturn(tool, "it answers again", start, *time);
+            return kExitOk;
+        }
+    }
+    return TellOfSilence(limit);
+}
+
+ExitStatus ClearAndAwait(Tool& tool, vcihost::Transport& transport,
+                         std::chrono::nanoseconds limit) {
+    const auto start = Clock::now();
+    const auto deadline = start + limit;
+    vcihost::Session session(transport);
+    session.Drain(); // an answer to an earlier clear
+    session.Tell(vcihost::DeviceRequest(vcihost::kDeviceClearSid), kQuestion);
+    ClearAnswer answer;
+    std::unique_ptr<vcihost::Transport> later;
+    bool answered = false;
+    while (!answered && Clock::now() < deadline) {
+        try {
+            answered = Listen(later ? *later : transport, answer, deadline);
+        } catch (const vcihost::TransportError&) {
+            later.reset();
+            tool.waiter.Pause(std::min(deadline, Clock::now() + kPause));
+            try {
+                later = tool.Open();
+            } catch (const vcihost::TransportError&) { // not there yet
+                continue;
+            }
+        }
+    }
+    if (answer.refused()) {
+        return kExitRefused;
+    }
+    if (!answered) {
+        return TellOfSilence(limit);
+    }
+    TellOfReturn(tool, "cleared and started again", start, answer.time());
+    return kExitOk;
+}

@@ -1,0 +1,30 @@
+#include "vcihost/LinChannel.h"
+
+#include "vcihost/Notation.h"
+
+#include <fmt/format.h>
+
+namespace vcihost {
+
+uint8_t ParseLinChannel(std::string_view text) {
+    for (uint8_t channel = 0; channel < kLinChannels; ++channel) {
+        if (text == LinChannelName(channel) || text == std::to_string(channel) ||
+            text == std::to_string(channel + kFirstLinCode)) {
+            return channel;
+        }
+    }
+    throw NotationError(fmt::format("'{}' is no LIN channel; there are lin0 and lin1, or 0 and 1, "
+                                    "or 50 and 51 as the device lists them",
+                                    text));
+}
+
+std::string LinChannelName(uint8_t channel) {
+    return fmt::format("lin{}", channel);
+}
+
+bool IsLinName(std::string_view text) {
+    return text.starts_with("lin") || text == std::to_string(kFirstLinCode) ||
+           text == std::to_string(kFirstLinCode + 1);
+}
+
+} // namespace vcihost

@@ -1,0 +1,20 @@
+#include "vcihost/Percentile.h"
+
+#include <algorithm>
+
+namespace vcihost {
+
+std::optional<int64_t> Percentile(const std::vector<int64_t>& sorted, size_t percent) {
+    if (sorted.empty()) {
+        return std::nullopt;
+    }
+    const size_t rank = (sorted.size() * percent + 99) / 100;
+    return sorted[std::max<size_t>(rank, 1) - 1];
+}
+
+std::optional<int64_t> Median(std::vector<int64_t> values) {
+    std::sort(values.begin(), values.end());
+    return Percentile(values, 50);
+}
+
+} // namespace vcihost

@@ -1,0 +1,411 @@
+#include "modules/CanReplayThread.h"
+
+#include "common/UploadFrame.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+
+#include <linux/can.h>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kPushTries = 3;
+constexpr std::chrono::microseconds kPushWait{100};
+
+// Intervals in microseconds. The timer is set short by what waking up costs, except where that
+// would be a large part of the interval.
+constexpr int32_t kAtOnce = 0;
+constexpr int32_t kDisarm = -1;
+constexpr int32_t kLongestUncorrected = 100;
+constexpr int32_t kWakeCost = 20;
+constexpr int32_t kBeforeFinish = 1000;
+constexpr int32_t kClosingWait = 100000; // for the last frames to leave the bus
+
+constexpr long kSoonestNs = 10; // 0 would disarm
+constexpr int32_t kUsPerSecond = 1000000;
+constexpr long kNsPerUs = 1000;
+
+constexpr uint8_t kEndOfReplay = 128;
+
+constexpr uint32_t kRefusalServiceLength = 5; // gid, sid, code, gid and sid that are refused
+constexpr size_t kRefusalLength = 16;
+
+// While this lives, signals stay away from this thread and from those that it starts.
+class SignalsBlocked {
+  public:
+    SignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, &before_);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+  private:
+    sigset_t before_;
+};
+
+// A refusal from beside the main thread, whose buffer for them is in use.
+void SendRefusal(NegtiveErrorCode code, uint8_t gid, uint8_t sid, uint32_t handle) {
+    std::array<uint8_t, kRefusalLength> frame{};
+    WireWriter(frame)
+        .U8(0)
+        .U32(kRefusalServiceLength)
+        .U8(ERR_INFO_SERVICE_GID)
+        .U8(SERVICE_ERR_SID)
+        .U8(code)
+        .U8(gid)
+        .U8(sid)
+        .U32(handle);
+    Drivers::UsbDriver::GetInstance().UsbWrite(frame.data(), kRefusalLength);
+}
+
+bool Plays(ReplayState state) {
+    return state == ReplayState::RUNNING || state == ReplayState::CONTINUE;
+}
+
+} // namespace
+
+CanReplayThread::CanReplayThread(net::ZephCanComM& canComM) : canComM_(canComM) {}
+
+CanReplayThread::~CanReplayThread() {
+    Cancel();
+}
+
+void CanReplayThread::SetLastRequest(uint8_t gid, uint8_t sid, uint32_t handle) {
+    lastRequest = uint64_t{gid} << 40 | uint64_t{sid} << 32 | handle;
+}
+
+// Commands.
+
+// False when there is no thread to take the command. IDLE is the last word of a thread: it touches
+// nothing but its own end any more, and a command that finds it waits for that end.
+bool CanReplayThread::Command(ReplayState next) {
+    if (replayState.Command(next) == ReplayState::IDLE) {
+        Join();
+    }
+    return replayThread.joinable();
+}
+
+void CanReplayThread::Join() {
+    if (!replayThread.joinable()) {
+        return;
+    }
+    replayThread.join();
+    CleanupEpollTimer();
+    wakeFd.reset();
+}
+
+// Not by way of the timer, which may have failed.
+void CanReplayThread::Wake() {
+    if (wakeFd) {
+        eventfd_write(wakeFd.get(), 1); // fails where billions of wake-ups wait: one is enough
+    }
+}
+
+void CanReplayThread::BeginBatch() {
+    if (SharedReplayState::StateOf(replayState.Get()) == ReplayState::IDLE) {
+        Join();
+    }
+    if (!replayThread.joinable() && failed) {
+        failed = false;
+        replayFifo.clear(); // of what came while the replay failed
+    }
+}
+
+bool CanReplayThread::Queue(const ReplayCanFrameType& frame) {
+    for (int tries = 1; !replayFifo.push(frame); ++tries) {
+        if (tries == kPushTries) {
+            return false;
+        }
+        std::this_thread::sleep_for(kPushWait);
+    }
+    return true;
+}
+
+NegtiveErrorCode CanReplayThread::Play() {
+    if (replayFifo.halfEmpty()) {
+        SendReplayReadySignal();
+    }
+    const bool alive = Command(ReplayState::RUNNING);
+    requestSignalFlag = false;
+    if (!alive) {
+        return Start();
+    }
+    Wake(); // for a ring that had run empty; otherwise the thread finds nothing to do
+    return NO_ERROR;
+}
+
+NegtiveErrorCode CanReplayThread::Start() {
+    if (!InitEpollTimer()) {
+        return OPEN_FILE_FAILED;
+    }
+    restartTimer = false;
+    failed = false;
+    threadRunning = true;
+    {
+        // A signal would end epoll_wait and the replay with it. The main thread is there for them.
+        const SignalsBlocked blocked;
+        replayThread = std::thread([this] { ReplayThreadFunc(); });
+    }
+    // Without the right to it the thread keeps the default priority.
+    const sched_param highest{sched_get_priority_max(SCHED_FIFO)};
+    pthread_setschedparam(replayThread.native_handle(), SCHED_FIFO, &highest);
+    return NO_ERROR;
+}
+
+void CanReplayThread::Finish() {
+    finishTempStatus = true;
+    if (!Command(ReplayState::FINISH)) {
+        finishTempStatus = true; // a thread that ended meanwhile has taken the word back
+    }
+    Wake(); // in an empty ring nothing else would
+}
+
+void CanReplayThread::Pause() {
+    Command(ReplayState::PAUSE);
+}
+
+void CanReplayThread::Continue() {
+    Command(ReplayState::CONTINUE);
+    restartTimer = true; // behind the state: an expiry in a pause would be the frame's last
+    Wake();
+}
+
+void CanReplayThread::Cancel() {
+    Command(ReplayState::CANCEL);
+    threadRunning = false;
+    Wake();
+    Join();
+    ClearStatusFlag();
+    replayFifo.clear();
+    replayState.Command(ReplayState::IDLE);
+}
+
+// Descriptors.
+
+bool CanReplayThread::InitEpollTimer() {
+    epollFd.reset(epoll_create1(EPOLL_CLOEXEC));
+    timerFd.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+    wakeFd.reset(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+    timerArmed = false;
+    if (epollFd && timerFd && wakeFd && AddToEpoll(timerFd.get()) && AddToEpoll(wakeFd.get())) {
+        return true;
+    }
+    CleanupEpollTimer();
+    wakeFd.reset();
+    return false;
+}
+
+bool CanReplayThread::AddToEpoll(int fd) {
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = fd;
+    return epoll_ctl(epollFd.get(), EPOLL_CTL_ADD, fd, &event) == 0;
+}
+
+void CanReplayThread::CleanupEpollTimer() {
+    epollFd.reset();
+    timerFd.reset();
+}
+
+// One shot. Any other negative interval is refused by the kernel, and the replay fails.
+void CanReplayThread::SetTimer(int32_t intervalUs) {
+    itimerspec timer{};
+    if (intervalUs == kAtOnce) {
+        timer.it_value.tv_nsec = kSoonestNs;
+    } else if (intervalUs != kDisarm) {
+        if (intervalUs > kLongestUncorrected) {
+            intervalUs -= kWakeCost;
+        }
+        timer.it_value.tv_sec = intervalUs / kUsPerSecond;
+        timer.it_value.tv_nsec = intervalUs % kUsPerSecond * kNsPerUs;
+    }
+    timerArmed = intervalUs != kDisarm;
+    if (timerfd_settime(timerFd.get(), 0, &timer, nullptr) < 0) {
+        CleanupEpollTimer(); // by which the thread's next wait fails, and it ends
+    }
+}
+
+// The thread.
+
+void CanReplayThread::ReplayThreadFunc() {
+    queueFirstFlag = true;
+    finishTimeOutFlag = false;
+    while (threadRunning) {
+        ArmTimer();
+        epoll_event event{};
+        const int nfds = epoll_wait(epollFd.get(), &event, 1, -1);
+        if (nfds == -1) {
+            Fail();
+            return;
+        }
+        if (!threadRunning) {
+            return;
+        }
+        HandleStateMachineEvent(nfds, &event);
+    }
+}
+
+// Arms the timer for what nothing else has armed it for.
+void CanReplayThread::ArmTimer() {
+    const bool restart = restartTimer && restartTimer.exchange(false);
+    if (restart || queueFirstFlag) {
+        ReplayCanFrameType frame;
+        if (replayFifo.peek(frame)) {
+            // The interval 0xFFFFFFFF disarms: it holds its frame, and all behind it, until a
+            // cancel.
+            SetTimer(static_cast<int32_t>(frame.intervalTime));
+            queueFirstFlag = false;
+            return;
+        }
+    }
+    const ReplayState state = SharedReplayState::StateOf(replayState.Get());
+    if (finishTempStatus && !timerArmed && (Plays(state) || state == ReplayState::FINISH) &&
+        replayFifo.empty()) {
+        SetTimer(kAtOnce); // the host finished when the last frame was gone already
+    }
+}
+
+void CanReplayThread::HandleStateMachineEvent(int nfds, const epoll_event* events) {
+    if (nfds < 1) {
+        return;
+    }
+    if (events->data.fd == wakeFd.get()) {
+        eventfd_t wakeUps = 0;
+        eventfd_read(wakeFd.get(), &wakeUps);
+        return;
+    }
+    // An expiry that belongs to something else than the frame which is first in the ring now.
+    if (restartTimer || (queueFirstFlag && !replayFifo.empty())) {
+        return;
+    }
+    uint64_t expiries = 0;
+    if (read(timerFd.get(), &expiries, sizeof(expiries)) != sizeof(expiries)) {
+        return;
+    }
+    timerArmed = false;
+    const SharedReplayState::Look seen = replayState.Get();
+    switch (SharedReplayState::StateOf(seen)) {
+    case ReplayState::RUNNING:
+    case ReplayState::CONTINUE:
+        if (!finishTempStatus || !replayFifo.empty()) {
+            SendNextFrame();
+        } else if (replayState.Follow(seen, ReplayState::FINISH)) {
+            SetTimer(kAtOnce);
+        }
+        break;
+    case ReplayState::FINISH:
+        ReplaySecondFinishSignal(seen);
+        break;
+    case ReplayState::PAUSE:  // the timer has expired, and the frame stays
+    case ReplayState::CANCEL: // the main thread is about to end this one, and then clears the ring
+    case ReplayState::IDLE:
+        break;
+    }
+}
+
+void CanReplayThread::SendNextFrame() {
+    bool armed = false;
+    ReplayCanFrameType frame;
+    if (replayFifo.pop(frame)) {
+        ReplayCanFrameType nextFrame;
+        if (replayFifo.peek(nextFrame)) {
+            // Before the present frame is written, so that the write does not add to the interval.
+            SetTimer(static_cast<int32_t>(nextFrame.intervalTime));
+            armed = true;
+        }
+        WriteFrame(frame);
+    }
+    // By what was looked at above: a frame that has come since has no timer.
+    queueFirstFlag = !armed;
+    const ReplayState state = SharedReplayState::StateOf(replayState.Get());
+    if (replayFifo.empty()) {
+        if (!requestSignalFlag && Plays(state)) {
+            SendReplayReadySignal();
+        }
+        if (finishTempStatus && (Plays(state) || state == ReplayState::FINISH)) {
+            SetTimer(kBeforeFinish);
+        }
+    }
+    if (replayFifo.halfEmpty() && !requestSignalFlag) {
+        SendReplayReadySignal();
+    }
+}
+
+// A frame that its channel does not take, or whose channel there is not, is gone and the replay
+// goes on: a bus that cannot send now must not end it.
+void CanReplayThread::WriteFrame(const ReplayCanFrameType& frame) {
+    const ReplayCanTxFrameType& sent = frame.Frame;
+    const int extend = (sent.id & CAN_EFF_FLAG) != 0 ? 1 : 0;
+    if (sent.FDF != 0) {
+        canfd_frame fd{};
+        fd.can_id = sent.id;
+        fd.len = sent.reallen;
+        std::copy_n(sent.data, sent.reallen, fd.data);
+        canComM_.WriteCallback(frame.channl, &fd, sent.FDF, sent.BRS, extend);
+    } else {
+        can_frame classic{};
+        classic.can_id = sent.id;
+        classic.can_dlc = sent.reallen; // above 8 the kernel refuses it
+        std::copy_n(sent.data, std::min<size_t>(sent.reallen, CAN_MAX_DLEN), classic.data);
+        canComM_.WriteCallback(frame.channl, &classic, sent.FDF, sent.BRS, extend);
+    }
+}
+
+// Sends what is left, then waits once, then ends the replay.
+void CanReplayThread::ReplaySecondFinishSignal(SharedReplayState::Look seen) {
+    if (!replayFifo.empty()) {
+        SendNextFrame();
+        return;
+    }
+    if (!finishTimeOutFlag) {
+        finishTimeOutFlag = true;
+        SetTimer(kClosingWait);
+        return;
+    }
+    // The ring is not cleared: it was empty, and what has come since belongs to the next replay. A
+    // batch whose command came first keeps this thread.
+    if (!replayState.Follow(seen, ReplayState::IDLE)) {
+        return;
+    }
+    threadRunning = false;
+    finishTempStatus = false;
+    UploadFrame<3> end;
+    end.Service().U8(CAN_REPLAY_SERVICE_GID).U8(kEndOfReplay).U8(REPLAY_FINISH_SID);
+    end.Send();
+}
+
+void CanReplayThread::Fail() {
+    failed = true;
+    ClearStatusFlag();
+    replayFifo.clear();
+    replayState.Abandon();
+    const uint64_t request = lastRequest;
+    SendRefusal(OPEN_FILE_FAILED, static_cast<uint8_t>(request >> 40),
+                static_cast<uint8_t>(request >> 32), static_cast<uint32_t>(request));
+}
+
+void CanReplayThread::ClearStatusFlag() {
+    threadRunning = false;
+    finishTempStatus = false;
+    queueFirstFlag = true;
+    finishTimeOutFlag = false;
+    requestSignalFlag = false;
+}
+
+void CanReplayThread::SendReplayReadySignal() {
+    UploadFrame<2> signal;
+    signal.Service().U8(static_cast<uint8_t>(lastRequest >> 40)).U8(UPLOAD_REPLAY_SIGNAL_SID);
+    signal.Send();
+    requestSignalFlag = true;
+}

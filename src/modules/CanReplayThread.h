@@ -1,0 +1,104 @@
+#pragma once
+
+#include "common/GlobalEnums.h"
+#include "modules/Kfifo.h"
+#include "modules/ReplayTypes.h"
+#include "modules/SharedReplayState.h"
+#include "net/ZephCanComM.h"
+#include "utils/UniqueFd.h"
+
+#include <atomic>
+#include <cstdint>
+#include <thread>
+
+struct epoll_event;
+
+// The player of the CAN replay: a ring of frames, and a thread of the highest real-time priority
+// that sends each when its interval is over. The thread lives from the first batch of a replay to
+// its end, and alone reads the ring and sets the timer; a command changes the state and wakes it.
+// Public members belong to the main thread.
+//
+// A batch that leaves the ring less than half full, and each time that the ring runs half empty, is
+// told to the host by a ready signal, once until the next batch.
+class CanReplayThread {
+  public:
+    explicit CanReplayThread(net::ZephCanComM& canComM);
+    ~CanReplayThread(); // cancels
+    CanReplayThread(const CanReplayThread&) = delete;
+    CanReplayThread& operator=(const CanReplayThread&) = delete;
+
+    // Whom the ready signal (gid) and a refusal by the thread (all three) name.
+    void SetLastRequest(uint8_t gid, uint8_t sid, uint32_t handle);
+
+    // Before the first frame of a batch: makes an end of a replay that has ended.
+    void BeginBatch();
+
+    // Queues a frame; waits for room, a few hundred microseconds at most. False when there is none.
+    bool Queue(const ReplayCanFrameType& frame);
+
+    // Behind the last frame of a batch: sends what is queued. OPEN_FILE_FAILED when that cannot be
+    // begun; the frames then wait for the next batch.
+    NegtiveErrorCode Play();
+
+    // The ring is the end of the replay. Once it is empty, the last frames get 100 ms to leave the
+    // bus before the host is told. Where nothing is being played, the next replay ends so.
+    void Finish();
+
+    // Nothing is sent any more from the next expiry on, and the waiting frame stays. A batch takes
+    // the place of this command: before that expiry the replay goes on as if there had been no
+    // pause, behind it the frames wait for Continue().
+    void Pause();
+
+    // Goes on, with the full interval of the frame that waits.
+    void Continue();
+
+    // Ends the replay and drops its frames. None is sent after this returns.
+    void Cancel();
+
+  private:
+    // Main thread.
+    bool Command(ReplayState next);
+    void Join();
+    void Wake();
+    bool InitEpollTimer();
+    bool AddToEpoll(int fd);
+    NegtiveErrorCode Start();
+
+    // Replay thread.
+    void ReplayThreadFunc();
+    void ArmTimer();
+    void HandleStateMachineEvent(int nfds, const epoll_event* events);
+    void SendNextFrame();
+    void WriteFrame(const ReplayCanFrameType& frame);
+    void ReplaySecondFinishSignal(SharedReplayState::Look seen);
+    void Fail();
+    void SetTimer(int32_t intervalUs);
+    void CleanupEpollTimer();
+
+    // Replay thread, or main thread while there is none.
+    void ClearStatusFlag();
+
+    // Both threads.
+    void SendReplayReadySignal();
+
+    Kfifo replayFifo; // main thread writes, replay thread reads
+    net::ZephCanComM& canComM_;
+
+    SharedReplayState replayState;
+    std::atomic<bool> threadRunning{false};
+    std::atomic<bool> requestSignalFlag{false}; // a ready signal is out
+    std::atomic<bool> finishTempStatus{false};  // the host has no more data
+    std::atomic<bool> restartTimer{false};      // the waiting frame gets its full interval
+    std::atomic<uint64_t> lastRequest{0};       // gid, sid and handle, from the top
+
+    // The replay thread's, and the main thread's while there is none.
+    bool queueFirstFlag = true;     // the next frame's timer is not armed: the ring ran empty
+    bool finishTimeOutFlag = false; // the closing wait has begun
+    bool timerArmed = false;        // an expiry is to come
+    bool failed = false;            // the last replay ended by a failure
+
+    UniqueFd wakeFd;
+    UniqueFd epollFd;
+    UniqueFd timerFd;
+    std::thread replayThread; // joinable from the start of a replay until its end has been noticed
+};

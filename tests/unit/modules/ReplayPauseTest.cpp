@@ -1,0 +1,135 @@
+// A replay that pauses: its frames stay, and what each request makes of that.
+
+#include "modules/ReplayFixture.h"
+
+namespace {
+
+class ReplayPauseTest : public ReplayTest {
+  protected:
+    // 20 frames, paused somewhere between the first and the last; the timer has expired since.
+    void PauseOnTheWay() {
+        Take(Numbered(20, 0x100, 5000));
+        AwaitSent(1);
+        Command(kPause);
+        LetPass(20);
+        atPause = sent.size();
+        ASSERT_LT(atPause, 20U);
+    }
+
+    void ExpectNothingIsSent() {
+        LetPass(30);
+        EXPECT_EQ(sent.size(), atPause);
+    }
+
+    size_t atPause = 0;
+};
+
+TEST_F(ReplayPauseTest, NothingIsSent) {
+    PauseOnTheWay();
+    ExpectNothingIsSent();
+    EXPECT_EQ(sent, Count(atPause, 0x100));
+}
+
+TEST_F(ReplayPauseTest, ContinueSendsEveryFrame) {
+    PauseOnTheWay();
+    Command(kContinue);
+    AwaitSent(20);
+    EXPECT_EQ(sent, Count(20, 0x100));
+}
+
+TEST_F(ReplayPauseTest, APauseAndAContinueLoseNothingHoweverOften) {
+    Take(Numbered(100, 0x100, 300));
+    for (int i = 0; i < 50; ++i) {
+        Command(kPause);
+        if (i % 3 == 0) {
+            LetPass(1);
+        }
+        Command(kContinue);
+    }
+    AwaitSent(100);
+    LetPass(10);
+    EXPECT_EQ(sent, Count(100, 0x100));
+}
+
+TEST_F(ReplayPauseTest, APauseAgainChangesNothing) {
+    PauseOnTheWay();
+    Command(kPause);
+    ExpectNothingIsSent();
+    Command(kContinue);
+    AwaitSent(20);
+    EXPECT_EQ(sent, Count(20, 0x100));
+}
+
+TEST_F(ReplayPauseTest, ABatchWaitsWithTheRestForAContinue) {
+    PauseOnTheWay();
+    Take(Numbered(5, 0x114));
+    ExpectNothingIsSent();
+    Command(kContinue);
+    AwaitSent(25);
+    EXPECT_EQ(sent, Count(25, 0x100));
+}
+
+TEST_F(ReplayPauseTest, ABatchBeforeTheTimerExpiresTakesThePauseBack) {
+    Take(Numbered(2, 0x100, 100000));
+    Command(kPause);
+    Take(Numbered(2, 0x102));
+    AwaitSent(4);
+    EXPECT_EQ(sent, Count(4, 0x100));
+}
+
+TEST_F(ReplayPauseTest, ABatchForAnEmptyRingIsSent) {
+    Take(Numbered(2, 0x100));
+    AwaitSent(2);
+    Command(kPause);
+    Take(Numbered(2, 0x102));
+    AwaitSent(4);
+    EXPECT_EQ(sent, Count(4, 0x100));
+}
+
+TEST_F(ReplayPauseTest, AFinishWaitsWithTheRestForAContinue) {
+    PauseOnTheWay();
+    Command(kFinish);
+    ExpectNothingIsSent();
+    Command(kContinue);
+    AwaitEnd();
+    EXPECT_EQ(sent, Count(20, 0x100));
+}
+
+TEST_F(ReplayPauseTest, AFinishOfAnEmptyRingEndsTheReplay) {
+    Take(Numbered(2, 0x100));
+    AwaitSent(2);
+    Command(kPause);
+    Command(kFinish);
+    AwaitEnd();
+}
+
+TEST_F(ReplayPauseTest, APauseInTheClosingWaitHoldsTheEndUntilAContinue) {
+    Take(Numbered(2, 0x100));
+    Command(kFinish);
+    AwaitSent(2);
+    Command(kPause);
+    LetPass(200);
+    EXPECT_EQ(ends, 0);
+    Command(kContinue);
+    AwaitEnd();
+    LetPass(120);
+    EXPECT_EQ(ends, 1);
+}
+
+TEST_F(ReplayPauseTest, ACancelDropsTheRest) {
+    PauseOnTheWay();
+    Command(kCancel);
+    ExpectNothingIsSent();
+    EXPECT_EQ(OpenedInAll(), 0U);
+    ExpectAReplayWorks();
+}
+
+TEST_F(ReplayPauseTest, UnknownServicesAreRefusedAndChangeNothing) {
+    PauseOnTheWay();
+    ExpectRefused({18, 2}, kWrongSid);
+    ExpectNothingIsSent();
+    Command(kContinue);
+    AwaitSent(20);
+}
+
+} // namespace

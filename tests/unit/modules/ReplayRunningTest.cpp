@@ -1,0 +1,282 @@
+// A replay that runs: what is sent when, what the host is told, and what each request does to it.
+
+#include "doubles/ThreadCost.h"
+#include "modules/ReplayFixture.h"
+#include "modules/TimerSettings.h"
+
+#include <atomic>
+#include <csignal>
+#include <numeric>
+
+#include <pthread.h>
+#include <sched.h>
+
+namespace {
+
+// Sockets that look on as a frame is written, on the replay thread.
+class WatchedSockets : public CanSockets {
+  public:
+    using CanSockets::CanSockets;
+    int Write(void* frame, int type, int protocol, int extend) override {
+        onWrite();
+        return CanSockets::Write(frame, type, protocol, extend);
+    }
+    std::function<void()> onWrite;
+};
+
+class ReplayRunningTest : public ReplayTest {
+  protected:
+    // From now on the sockets of channel 0 call `onWrite`.
+    void Watch(std::function<void()> onWrite) {
+        const auto watched = std::make_shared<WatchedSockets>(0);
+        watched->Open();
+        watched->onWrite = std::move(onWrite);
+        net::ZephCanComM::GetInstance().ReplaceChannel(0, watched);
+        channels[0] = watched;
+    }
+};
+
+TEST_F(ReplayRunningTest, FramesKeepTheirIntervals) {
+    constexpr size_t kFrames = 50;
+    std::vector<Clock::time_point> times;
+    times.reserve(kFrames);
+    Watch([&] { times.push_back(Clock::now()); });
+    const auto start = Clock::now();
+    Take(Numbered(kFrames, 0x100, 2000));
+    Command(kFinish);
+    AwaitEnd();
+    ASSERT_EQ(times.size(), kFrames);
+    // Never early, by more than the correction; how late is the machine's affair.
+    for (size_t i = 0; i < kFrames; ++i) {
+        EXPECT_GE(times[i] - start, std::chrono::microseconds(1980 * (i + 1)));
+    }
+}
+
+TEST_F(ReplayRunningTest, TheNextTimerIsArmedBeforeAFrameIsWritten) {
+    const TimerSettings settings;
+    std::vector<size_t> settingsBefore;
+    Watch([&] { settingsBefore.push_back(settings.Count()); });
+    Take(Numbered(3, 0x100, 20000));
+    Command(kFinish);
+    AwaitEnd();
+    EXPECT_EQ(settingsBefore, (std::vector<size_t>{2, 3, 3}));
+    // Three frames, the last of them followed by the steps of the end.
+    EXPECT_EQ(settings.Taken(),
+              (std::vector<int64_t>{19980000, 19980000, 19980000, 980000, 99980000}));
+}
+
+TEST_F(ReplayRunningTest, AFrameAllocatesNothingAndTakesNoLock) {
+    constexpr size_t kFrames = 400;
+    struct Cost {
+        size_t allocations;
+        size_t locks;
+    };
+    std::vector<Cost> costs;
+    costs.reserve(kFrames);
+    Watch([&] { costs.push_back({ThreadAllocations(), ThreadMutexLocks()}); });
+    Take(Numbered(kFrames, 0x100));
+    Command(kFinish);
+    AwaitEnd();
+    ASSERT_EQ(costs.size(), kFrames);
+    // While more than half of the ring is left, that is without a signal to the host.
+    EXPECT_EQ(costs[140].allocations, costs[10].allocations);
+    EXPECT_EQ(costs[140].locks, costs[10].locks);
+    // The signals take the lock of the USB link, and nothing else.
+    EXPECT_EQ(costs[399].allocations, costs[10].allocations);
+    EXPECT_EQ(costs[399].locks - costs[10].locks, ThreadCostIsCounted() ? 1U : 0U);
+}
+
+TEST_F(ReplayRunningTest, TheThreadHasTheHighestPriority) {
+    std::atomic<int> policy{-1};
+    std::atomic<int> priority{-1};
+    Watch([&] {
+        sched_param param{};
+        int now = -1;
+        pthread_getschedparam(pthread_self(), &now, &param);
+        policy = now;
+        priority = param.sched_priority;
+    });
+    // Late enough for the main thread to have raised the thread.
+    Take({After(100000)});
+    AwaitSent(1);
+    EXPECT_EQ(policy, SCHED_FIFO);
+    EXPECT_EQ(priority, sched_get_priority_max(SCHED_FIFO));
+}
+
+std::atomic<pthread_t> handledOn{};
+
+TEST_F(ReplayRunningTest, SignalsStayAwayFromTheThread) {
+    handledOn = pthread_t{};
+    struct sigaction before {};
+    struct sigaction action {};
+    action.sa_handler = [](int) { handledOn = pthread_self(); };
+    sigaction(SIGUSR2, &action, &before);
+    Take(Numbered(20, 0x100, 2000));
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &one, nullptr);
+    kill(getpid(), SIGUSR2); // for any thread that takes it
+    LetPass(10);
+    EXPECT_EQ(handledOn, pthread_t{});
+    pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+    EXPECT_EQ(handledOn, pthread_self());
+    sigaction(SIGUSR2, &before, nullptr);
+    AwaitSent(20);
+    EXPECT_TRUE(replies.empty());
+}
+
+TEST_F(ReplayRunningTest, TheHostIsAskedOnceWhenTheRingIsHalfEmpty) {
+    Take(Numbered(400, 0x100));
+    AwaitSent(400);
+    LetPass(20);
+    EXPECT_EQ(signals, 1);
+}
+
+TEST_F(ReplayRunningTest, ABatchBehindARunningOneFollowsIt) {
+    Take(Numbered(100, 0x100, 100));
+    Take(Numbered(100, 0x164, 100));
+    AwaitSent(200);
+    EXPECT_EQ(sent, Count(200, 0x100));
+}
+
+TEST_F(ReplayRunningTest, ABatchAfterTheRingRanEmptyStartsItAgain) {
+    for (uint32_t i = 0; i < 5; ++i) {
+        Take(Numbered(10, 0x100 + 10 * i, 50));
+        AwaitSent(10 * (i + 1));
+        LetPass(i % 2 == 0 ? 0 : 5);
+    }
+    EXPECT_EQ(sent, Count(50, 0x100));
+}
+
+TEST_F(ReplayRunningTest, ALongTraceFlowsInPieces) {
+    constexpr uint32_t kBatch = 250;
+    uint32_t downloaded = 0;
+    while (downloaded < 2000) {
+        Take(Numbered(kBatch, downloaded));
+        downloaded += kBatch;
+        AwaitSent(downloaded - kBatch / 2);
+    }
+    Command(kFinish);
+    AwaitEnd();
+    EXPECT_EQ(sent, Count(2000, 0));
+}
+
+TEST_F(ReplayRunningTest, ARefusedBatchDoesNotDisturb) {
+    Take(Numbered(20, 0x100, 1000));
+    ExpectRefused({18, kDownload, 1, 0}, kErrorLength);
+    ExpectRefused({18, 99}, kWrongSid);
+    auto other = Numbered(2, 0);
+    other[0].channel = 6;
+    ExpectRefused(Batch(other), kOutOfRange);
+    AwaitSent(20);
+    EXPECT_EQ(sent, Count(20, 0x100));
+}
+
+TEST_F(ReplayRunningTest, ARingThatStaysFullRefusesTheBatch) {
+    Take(Numbered(511, 0x100, kSecond));
+    ExpectRefused(Batch(Numbered(1, 0)), kOpenFailed);
+    Command(kCancel);
+    ExpectAReplayWorks();
+}
+
+TEST_F(ReplayRunningTest, FramesThatCannotBeWrittenArePassedOver) {
+    net::ZephCanComM::GetInstance().CloseCallback(1, 1);
+    auto batch = Numbered(6, 0x100);
+    batch[1].channel = 1; // no socket
+    batch[2].channel = 6; // no channel
+    batch[3].channel = 255;
+    batch[4].channel = 8;
+    Take(batch);
+    AwaitSent(2);
+    EXPECT_EQ(sent, (Ids{0x100, 0x105}));
+    LetPass(20);
+    EXPECT_TRUE(replies.empty());
+}
+
+TEST_F(ReplayRunningTest, ContinueWhileRunningRestartsTheWaitingInterval) {
+    const TimerSettings settings;
+    Take(Numbered(2, 0x100, kSecond));
+    Await([&] { return settings.Count() == 1; }, "setting");
+    Command(kContinue);
+    Await([&] { return settings.Count() == 2; }, "setting");
+    EXPECT_EQ(settings.Taken(), (std::vector<int64_t>{999980000, 999980000}));
+}
+
+// The interval 0xFFFFFFFF disarms the timer; what else is there stays with its frame.
+TEST_F(ReplayRunningTest, TheIntervalNeverHoldsItsFrameAndAllBehindItUntilACancel) {
+    auto batch = Numbered(3, 0x100);
+    batch[1].interval = kNever;
+    Take(batch);
+    AwaitSent(1);
+    LetPass(20);
+    Take(Numbered(3, 0x103));
+    Command(kContinue);
+    Command(kFinish);
+    LetPass(150);
+    EXPECT_EQ(sent, Count(1, 0x100));
+    EXPECT_EQ(ends, 0);
+    Command(kCancel);
+    ExpectAReplayWorks();
+}
+
+TEST_F(ReplayRunningTest, ALongIntervalDoesNotHoldUpACancel) {
+    Take({After(0x7FFFFFFF)});
+    LetPass(5);
+    Command(kCancel);
+    ExpectAReplayWorks();
+}
+
+TEST_F(ReplayRunningTest, OtherNegativeIntervalsEndTheReplay) {
+    for (const uint32_t interval : {0x80000000U, 0xFFFFFFFEU, 0xC0000000U, 0xFFF0BDC0U}) {
+        Download({After(interval)});
+        AwaitReply();
+        ExpectRefusal(Reply(), kOpenFailed, 18, kDownload);
+        ExpectAReplayWorks();
+        Command(kCancel);
+        EXPECT_EQ(OpenedInAll(), 0U);
+    }
+}
+
+TEST_F(ReplayRunningTest, AFailureNamesTheLastRequest) {
+    auto batch = Numbered(3, 0x100, 20000);
+    batch[2].interval = 0x80000000;
+    Take(batch);
+    ExpectRefused({18, 99}, kWrongSid);
+    AwaitReply();
+    ExpectRefusal(Reply(), kOpenFailed, 18, 99);
+    // The frame before the one with that interval has been sent, and no more.
+    EXPECT_EQ(sent, Count(2, 0x100));
+    ExpectAReplayWorks();
+}
+
+TEST_F(ReplayRunningTest, AFailedWaitEndsTheReplay) {
+    Take(Numbered(50, 0x100, 2000));
+    AwaitSent(2);
+    const auto waits = Opened("eventpoll");
+    ASSERT_EQ(waits.size(), 1U);
+    const UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(dup2(null.get(), waits[0]), waits[0]); // no descriptor to wait on any more
+    AwaitReply();
+    ExpectRefusal(Reply(), kOpenFailed, 18, kDownload);
+    ExpectAReplayWorks();
+    Command(kCancel);
+    EXPECT_EQ(OpenedInAll(), 0U);
+}
+
+TEST_F(ReplayRunningTest, AFailedTimerEndsTheReplayBehindTheFrameInHand) {
+    Take(Numbered(50, 0x100, 2000));
+    AwaitSent(2);
+    const auto timers = Opened("timerfd");
+    ASSERT_EQ(timers.size(), 1U);
+    const UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(dup2(null.get(), timers[0]), timers[0]);
+    Send({18, kContinue}); // sets the timer anew
+    Await([&] { return replies.size() == 2; }, "answer and refusal");
+    const bool answerFirst = replies[1][5] == 104; // the thread does not wait for the answer
+    ExpectShort(replies[answerFirst ? 0 : 1], 18, kContinue);
+    ExpectRefusal(replies[answerFirst ? 1 : 0], kOpenFailed, 18, kContinue);
+    ExpectAReplayWorks();
+}
+
+} // namespace
