@@ -9,8 +9,10 @@ open_lin() { # open_lin CHANNEL ROLE: 19200 bit/s, recorded
     ask 090c 01 "0$1" 01
 }
 
-# Starts anew what the records are compared with.
+# Starts anew what the records are compared with, on a bus that is quiet.
 begin_records() {
+    : >>"$messages"
+    hear_rest
     vboardctl lin trace clear
     : >"$messages"
 }
