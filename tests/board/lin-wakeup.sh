@@ -18,6 +18,7 @@ sleep_was_sent() { vboardctl lin trace | grep -q ' lin0 0x3C lin0 00FFFFFFFFFFFF
 wait_for 5 sleep_was_sent
 wait_for 5 console_shows 'VciLinMsgService::SleepCallBack timeout'
 
+hear_rest # the sleep command
 begin_records
 for pulse in 1 2; do
     echo 0 >"$VBOARD_CONTROL/lin/wakeup" # as vboardctl does it, and at once

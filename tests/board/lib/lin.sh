@@ -9,10 +9,8 @@ open_lin() { # open_lin CHANNEL ROLE: 19200 bit/s, recorded
     ask 090c 01 "0$1" 01
 }
 
-# Starts anew what the records are compared with, on a bus that is quiet.
+# Starts anew what the records are compared with.
 begin_records() {
-    : >>"$messages"
-    hear_rest
     vboardctl lin trace clear
     : >"$messages"
 }
@@ -31,6 +29,7 @@ told_records() { grep -E "^00(67000000091a|13000000091b)0$1" "$messages" | sed -
 # Hears what still waits, until nothing comes but the answer.
 hear_rest() {
     local before
+    : >>"$messages"
     while :; do
         before=$(wc -l <"$messages")
         hear 300
