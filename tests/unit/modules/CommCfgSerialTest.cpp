@@ -18,6 +18,13 @@ class CommCfgSerialTest : public CommCfgServiceTest {
   protected:
     CommCfgSerialTest() { std::filesystem::create_directory(files / "dev"); }
 
+    // The bytes of a partition up to the record's place, and the record.
+    static std::string BehindZeros(const std::string& record) {
+        std::string bytes = record;
+        bytes.insert(0, 512, '\0');
+        return bytes;
+    }
+
     static Bytes Serial(const std::string& digits) {
         Bytes request{1, 25};
         request.insert(request.end(), digits.begin(), digits.end());
@@ -42,13 +49,13 @@ TEST_F(CommCfgSerialTest, TheSerialStandsBehindItsMarkAtByte512) {
     EXPECT_EQ(Told([&] { answer = Ask(Serial("0123456789")); }),
               "Serial Number: NV0123456789\nWrite successful.\n");
     ExpectShort(answer, 1, 25);
-    EXPECT_EQ(files.Read("dev/mmcblk0p3"), std::string(512, '\0') + "NV0123456789");
+    EXPECT_EQ(files.Read("dev/mmcblk0p3"), BehindZeros("NV0123456789"));
 }
 
 TEST_F(CommCfgSerialTest, AFileInThePartitionsPlaceIsEmptiedFirst) {
     files.Write("dev/mmcblk0p3", std::string(1024, 'x'));
     ExpectShort(Ask(Serial("abcdefghij")), 1, 25);
-    EXPECT_EQ(files.Read("dev/mmcblk0p3"), std::string(512, '\0') + "NVabcdefghij");
+    EXPECT_EQ(files.Read("dev/mmcblk0p3"), BehindZeros("NVabcdefghij"));
 }
 
 TEST_F(CommCfgSerialTest, DigitsAreBytesOfAnyValue) {
