@@ -38,7 +38,8 @@ function(vci_unit_tests name)
   else()
     # False alarms of g++ 12 on strings that are put together and on names that are cut to size,
     # seen only with its ThreadSanitizer.
-    target_compile_options(unit_${name} PRIVATE -Wno-array-bounds -Wno-stringop-truncation)
+    target_compile_options(unit_${name} PRIVATE -Wno-array-bounds -Wno-stringop-truncation
+                           -Wno-stringop-overflow)
   endif()
   # Half of what a compiler reads for a test is the framework.
   target_precompile_headers(unit_${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
