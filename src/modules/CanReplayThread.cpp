@@ -406,6 +406,7 @@ void CanReplayThread::ClearStatusFlag() {
 void CanReplayThread::SendReplayReadySignal() {
     UploadFrame<2> signal;
     signal.Service().U8(static_cast<uint8_t>(lastRequest >> 40)).U8(UPLOAD_REPLAY_SIGNAL_SID);
-    signal.Send();
+    // Before the host can answer: its batch clears this, and must not find it cleared too early.
     requestSignalFlag = true;
+    signal.Send();
 }
