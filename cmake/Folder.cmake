@@ -10,7 +10,7 @@ function(vci_folder name)
   list(TRANSFORM ARG_USES PREPEND vci_)
   if(sources)
     add_library(vci_${name} STATIC ${sources})
-    target_link_libraries(vci_${name} PUBLIC ${ARG_USES} ${ARG_LIBS} PRIVATE vci_flags)
+    target_link_libraries(vci_${name} PUBLIC ${ARG_USES} ${ARG_LIBS} PRIVATE vci_flags vci_coverage)
     target_include_directories(vci_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
   else() # headers only
     add_library(vci_${name} INTERFACE)
@@ -32,17 +32,20 @@ function(vci_unit_tests name)
   target_link_libraries(unit_${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gmock
                         GTest::gtest_main vci_flags)
   # What is tested is built as the preset says; the tests themselves so that they compile in half
-  # the time. g++'s ThreadSanitizer takes some of them for races when they are not optimised.
-  if(NOT VCI_SANITIZE STREQUAL "thread")
-    target_compile_options(unit_${name} PRIVATE -O0 -g1)
+  # the time. g++'s ThreadSanitizer takes some of them for races when they are not optimised at all.
+  if(VCI_SANITIZE STREQUAL "thread")
+    target_compile_options(unit_${name} PRIVATE -O1 -g1)
   else()
-    # False alarms of g++ 12 on strings that are put together and on names that are cut to size,
-    # seen only with its ThreadSanitizer.
-    target_compile_options(unit_${name} PRIVATE -Wno-array-bounds -Wno-stringop-truncation
-                           -Wno-stringop-overflow)
+    target_compile_options(unit_${name} PRIVATE -O0 -g1)
   endif()
-  # Half of what a compiler reads for a test is the framework.
-  target_precompile_headers(unit_${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+  # Half of what a compiler reads for a test is the framework: read once, by the first program.
+  get_property(first GLOBAL PROPERTY vci_first_unit_tests)
+  if(first)
+    target_precompile_headers(unit_${name} REUSE_FROM ${first})
+  else()
+    target_precompile_headers(unit_${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+    set_property(GLOBAL PROPERTY vci_first_unit_tests unit_${name})
+  endif()
   gtest_discover_tests(unit_${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX ${name}.
                        PROPERTIES TIMEOUT 120)
 endfunction()

@@ -367,13 +367,14 @@ class Replay {
 
     // After a failure frames may be left out, up to the next cancel; never doubled or changed.
     void CheckWritten() {
+        const bool dropped = failed_ || MayFail();
         for (const Queued& frame : written_.Take()) {
             const auto matches = [&frame](const Queued& queued) {
                 return queued.channel == frame.channel && queued.bytes == frame.bytes;
             };
             // Channels that there are not have no socket that could note the frame.
             while (!queued_.empty() && (queued_.front().channel >= kCanChannels ||
-                                        ((failed_ || MayFail()) && !matches(queued_.front())))) {
+                                        (dropped && !matches(queued_.front())))) {
                 queued_.pop_front();
             }
             Require(!queued_.empty() && matches(queued_.front()), "a frame that is not next");

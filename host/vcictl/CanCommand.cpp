@@ -6,6 +6,8 @@
 #include "vcictl/CanSetCommand.h"
 #include "vcictl/CanStateCommand.h"
 
+#include <CLI/App.hpp>
+
 namespace {
 
 constexpr char kFooter[] =

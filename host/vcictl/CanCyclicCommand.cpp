@@ -4,6 +4,7 @@
 #include "vcictl/CanRefusal.h"
 #include "vcihost/DeviceTime.h"
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 

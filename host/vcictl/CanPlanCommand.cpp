@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 

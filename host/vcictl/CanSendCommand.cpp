@@ -8,6 +8,7 @@
 #include <limits>
 #include <sstream>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

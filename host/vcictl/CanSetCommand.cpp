@@ -7,6 +7,7 @@
 #include <sstream>
 #include <tuple>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 

@@ -4,6 +4,7 @@
 #include "vcihost/CanRequest.h"
 #include "vcihost/DeviceTime.h"
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <iterator>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 std::string ReadStandardInput(const std::string& what) {

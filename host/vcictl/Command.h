@@ -4,10 +4,17 @@
 #include "vcictl/Output.h"
 #include "vcihost/Transport.h"
 
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include <CLI/App.hpp>
+// The command line library's headers cost each file that has them seconds to compile.
+namespace CLI {
+class App;
+class Option;
+} // namespace CLI
 
 // What every command works with.
 struct Tool {

@@ -2,6 +2,8 @@
 
 #include "vcictl/DescriptionJson.h"
 
+#include <CLI/App.hpp>
+
 namespace {
 
 constexpr char kFooter[] =

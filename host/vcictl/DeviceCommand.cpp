@@ -12,6 +12,7 @@
 
 #include <unistd.h>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -27,9 +28,9 @@ constexpr char kFooter[] =
     "\n"
     "vcictl device COMMAND --help tells about one command.";
 
-constexpr char kInfoFooter[] = "The uid is the card identification register of the board's memory. "
-                               "What the device refuses to\n"
-                               "tell is shown as a dash, and the exit status is 1.\n"
+constexpr char kInfoFooter[] = "The uid is the card identification register of the board's eMMC. "
+                               "What the device refuses\n"
+                               "to tell is shown as a dash, and the exit status is 1.\n"
                                "\n"
                                "Examples:\n"
                                "  vcictl device info\n"
@@ -41,16 +42,16 @@ constexpr char kTimeFooter[] = "vcictl time compares it with the host's clock.\n
                                "  vcictl device time";
 
 constexpr char kSerialFooter[] =
-    "The device stores NV and these ten digits or letters in its memory, over what is there. On a\n"
-    "terminal it asks first. The device answers before its memory has taken the bytes: leave it\n"
-    "its power for a second.\n"
+    "The device stores NV and these ten digits or letters in its eMMC, over what is there. On a\n"
+    "terminal it asks first. The device answers before the eMMC has taken the bytes: leave it its\n"
+    "power for a second.\n"
     "\n"
     "Examples:\n"
     "  vcictl device serial 0123456789\n"
     "  vcictl device serial 0123456789 --yes";
 
 constexpr char kResetFooter[] =
-    "The device answers, writes out what its memory has yet to take, and starts the board anew.\n"
+    "The device answers, writes out what its eMMC has yet to take, and starts the board anew.\n"
     "Everything that was set up is gone then. The tool waits until it answers again.\n"
     "\n"
     "Examples:\n"
@@ -58,19 +59,27 @@ constexpr char kResetFooter[] =
     "  vcictl device reset --no-wait";
 
 constexpr char kClearFooter[] =
-    "The device stops and closes all channels, takes their resistors off, stops what it sends on\n"
-    "its own, and starts its application anew, which then answers. The tool waits for that "
-    "answer.\n"
+    "The device stops and closes all channels, takes their termination resistors off, stops what "
+    "it\n"
+    "sends on its own, and starts its application anew, which then answers. The tool waits for "
+    "that\n"
+    "answer. A LIN schedule ends with its present slot, which may take a minute.\n"
     "\n"
     "Examples:\n"
     "  vcictl device clear\n"
     "  vcictl device clear --no-wait";
 
 std::string UidAdvice(uint8_t code) {
-    if (code == NO_FILE) {
-        return "the board shows no memory card";
+    switch (code) {
+    case NO_FILE:
+        return "the board shows no eMMC (mmcblk0)";
+    case BUFFER_BUSY:
+        return "the eMMC's register has fewer than 32 digits";
+    case OPEN_FILE_FAILED:
+        return "the eMMC's register holds a character that is no hex digit";
+    default:
+        return "";
     }
-    return "";
 }
 
 std::string SerialAdvice(uint8_t code) {
@@ -83,12 +92,12 @@ std::string SerialAdvice(uint8_t code) {
 // Throws UsageError where nobody can answer.
 bool Confirm(const std::string& question) {
     if (isatty(STDIN_FILENO) == 0) {
-        throw UsageError("nobody is there to confirm this; --yes does it unasked");
+        throw UsageError("standard input is no terminal; confirm with --yes");
     }
     static_cast<void>(std::fputs((question + " [y/N] ").c_str(), stderr));
     std::string line;
     std::getline(std::cin, line);
-    return line == "y" || line == "yes";
+    return line == "y" || line == "Y" || line == "yes" || line == "Yes";
 }
 
 // Asks for one thing of group 1. Nothing, with `status` set and a complaint made, when it did not
@@ -222,6 +231,7 @@ ExitStatus DeviceCommand::Serial(Tool& tool) const {
 
 ExitStatus DeviceCommand::Reset(Tool& tool) const {
     const auto limit = vcihost::ParseDuration("--limit", limit_);
+    uint64_t before = 0;
     {
         const auto transport = tool.Open();
         vcihost::Session session(*transport);
@@ -231,18 +241,19 @@ ExitStatus DeviceCommand::Reset(Tool& tool) const {
             return answer.status;
         }
         tool.out.Line("the board goes down, device time " + vcihost::TimeText(answer.deviceTime));
+        before = answer.deviceTime;
     }
-    return noWait_ ? kExitOk : AwaitBoard(tool, limit);
+    return noWait_ ? kExitOk : AwaitBoard(tool, before, limit);
 }
 
 ExitStatus DeviceCommand::Clear(Tool& tool) const {
     const auto limit = vcihost::ParseDuration("--limit", limit_);
-    const auto transport = tool.Open();
+    auto transport = tool.Open();
     if (noWait_) {
         vcihost::Session(*transport)
             .Tell(vcihost::DeviceRequest(vcihost::kDeviceClearSid), Timeout());
         tool.out.Line("clear requested");
         return kExitOk;
     }
-    return ClearAndAwait(tool, *transport, limit);
+    return ClearAndAwait(tool, std::move(transport), Timeout(), limit);
 }

@@ -24,7 +24,7 @@ class DeviceCommand : public Command {
     std::string digits_;
     bool yes_ = false;
     bool noWait_ = false;
-    std::string limit_ = "120s"; // of a restart
+    std::string limit_ = "180s"; // of a restart
     bool json_ = false;
     uint64_t wait_ = 1000; // milliseconds
 

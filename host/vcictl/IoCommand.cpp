@@ -9,6 +9,7 @@
 #include <chrono>
 #include <limits>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

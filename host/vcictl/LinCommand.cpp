@@ -9,6 +9,8 @@
 #include "vcictl/LinTableCommand.h"
 #include "vcictl/LinWakeCommand.h"
 
+#include <CLI/App.hpp>
+
 namespace {
 
 constexpr char kFooter[] =

@@ -4,6 +4,7 @@
 
 #include <limits>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

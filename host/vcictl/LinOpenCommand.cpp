@@ -8,6 +8,7 @@
 #include <cmath>
 #include <limits>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <optional>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 

@@ -4,6 +4,7 @@
 #include "vcictl/LinRefusal.h"
 #include "vcihost/LinRequest.h"
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

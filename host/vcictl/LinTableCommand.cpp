@@ -4,6 +4,7 @@
 #include "vcictl/LinRefusal.h"
 #include "vcictl/LinTableFile.h"
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 

@@ -6,6 +6,7 @@
 
 #include <limits>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

@@ -15,6 +15,8 @@
 
 #include <unistd.h>
 
+#include <CLI/App.hpp>
+
 namespace {
 
 constexpr char kFooter[] =

@@ -8,6 +8,7 @@
 #include <limits>
 #include <utility>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

@@ -6,6 +6,7 @@
 #include "vcihost/DeviceTime.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include <fmt/format.h>
 
@@ -48,10 +49,18 @@ std::optional<uint64_t> AskOnce(Tool& tool, Clock::time_point deadline) {
     }
 }
 
-// The answer to the clear, over links that come and go; nothing when the time is over.
+// True when `time` is where `before` has got to within `passed`, as on a board that is still up.
+bool RunsOn(uint64_t before, uint64_t time, Clock::duration passed) {
+    constexpr double kTolerance = 1; // seconds: the question takes some of it
+    constexpr double kNsPerSecond = 1e9;
+    const double run = (static_cast<double>(time) - static_cast<double>(before)) / kNsPerSecond;
+    return std::abs(run - Seconds(passed)) < kTolerance;
+}
+
+// The answer to the clear, over links that come and go.
 class ClearAnswer {
   public:
-    // `status` is set once there is one.
+    // Takes any message. True when it is the answer, or a refusal.
     bool Take(const vcihost::Bytes& bytes) {
         const auto message = vcihost::ParseMessage(bytes);
         if (!message) {
@@ -94,40 +103,51 @@ bool Listen(vcihost::Transport& transport, ClearAnswer& answer, Clock::time_poin
 
 } // namespace
 
-ExitStatus AwaitBoard(Tool& tool, std::chrono::nanoseconds limit) {
+ExitStatus AwaitBoard(Tool& tool, uint64_t before, std::chrono::nanoseconds limit) {
     const auto start = Clock::now();
     const auto deadline = start + limit;
+    bool gone = false; // a question had no answer, with time left for one
+    bool up = false;   // a question had one, from before a restart
     while (Clock::now() < deadline) {
         tool.waiter.Pause(std::min(deadline, Clock::now() + kPause));
-        if (const auto time = AskOnce(tool, deadline)) {
+        const auto time = AskOnce(tool, deadline);
+        if (!time) {
+            gone = gone || Clock::now() < deadline;
+        } else if (gone || !RunsOn(before, *time, Clock::now() - start)) {
             TellOfReturn(tool, "it answers again", start, *time);
             return kExitOk;
+        } else {
+            up = true;
         }
     }
-    return TellOfSilence(limit);
+    if (gone || !up) {
+        return TellOfSilence(limit);
+    }
+    Complain(fmt::format("the board still answers, and has not restarted within {:.1f} s",
+                         Seconds(std::chrono::duration_cast<Clock::duration>(limit))));
+    return kExitNoAnswer;
 }
 
-ExitStatus ClearAndAwait(Tool& tool, vcihost::Transport& transport,
-                         std::chrono::nanoseconds limit) {
+ExitStatus ClearAndAwait(Tool& tool, std::unique_ptr<vcihost::Transport> link,
+                         std::chrono::milliseconds timeout, std::chrono::nanoseconds limit) {
     const auto start = Clock::now();
     const auto deadline = start + limit;
-    vcihost::Session session(transport);
-    session.Drain(); // an answer to an earlier clear
-    session.Tell(vcihost::DeviceRequest(vcihost::kDeviceClearSid), kQuestion);
+    {
+        vcihost::Session session(*link);
+        session.Drain(); // an answer to an earlier clear
+        session.Tell(vcihost::DeviceRequest(vcihost::kDeviceClearSid), timeout);
+    }
     ClearAnswer answer;
-    std::unique_ptr<vcihost::Transport> later;
     bool answered = false;
     while (!answered && Clock::now() < deadline) {
         try {
-            answered = Listen(later ? *later : transport, answer, deadline);
-        } catch (const vcihost::TransportError&) {
-            later.reset();
-            tool.waiter.Pause(std::min(deadline, Clock::now() + kPause));
-            try {
-                later = tool.Open();
-            } catch (const vcihost::TransportError&) { // not there yet
-                continue;
+            if (!link) {
+                link = tool.Open();
             }
+            answered = Listen(*link, answer, deadline);
+        } catch (const vcihost::TransportError&) {
+            link.reset(); // first: a link has one opener at a time
+            tool.waiter.Pause(std::min(deadline, Clock::now() + kPause));
         }
     }
     if (answer.refused()) {

@@ -5,6 +5,8 @@
 
 #include <limits>
 
+#include <CLI/App.hpp>
+
 namespace {
 
 // What the device takes is in its ring within microseconds, unless the ring is full and nobody

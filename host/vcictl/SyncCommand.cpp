@@ -7,6 +7,7 @@
 
 #include <limits>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

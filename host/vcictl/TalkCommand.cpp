@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iostream>
 
+#include <CLI/App.hpp>
 #include <fmt/format.h>
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include <limits>
 
+#include <CLI/App.hpp>
 #include <fmt/chrono.h>
 #include <nlohmann/json.hpp>
 

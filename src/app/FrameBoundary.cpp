@@ -25,8 +25,13 @@ void FrameBoundary::Lose(State state, uint32_t in) {
 void FrameBoundary::Start() {
     auto& usb = Drivers::UsbDriver::GetInstance();
     const uint32_t in = usb.ReadIn();
-    if (in - usb.ReadOut() > kRingSize) {
+    const uint32_t out = usb.ReadOut();
+    if (in - out > kRingSize) {
         Lose(State::Behind, in);
+    } else if (in - out >= kFrameHeadSize && FrameAt(out, in) == Match::Begun) {
+        // The earlier daemon has treated it, and may have ended by that.
+        state_ = State::Incomplete;
+        seenIn_ = in;
     }
 }
 

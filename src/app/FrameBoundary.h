@@ -20,7 +20,7 @@ class FrameBoundary {
     FrameBoundary(std::function<bool(uint8_t gid)> isGroup, uint32_t maxFrame);
 
     // Takes the ring as it is found, once it is mapped: what an earlier daemon left behind may be
-    // beyond sense.
+    // beyond sense, or a frame that has not arrived whole and waits for more.
     void Start();
 
     // Before a frame is treated: false when there is nothing to treat until more bytes arrive.

@@ -113,12 +113,19 @@ void VciManage::Quit() {
 }
 
 void VciManage::HandleUsbReadEvent() {
+    if (quitting_) {
+        return; // what has come belongs to the next daemon
+    }
     const uint32_t arrived = Drivers::UsbDriver::GetInstance().ReadIn();
     if (arrived != lastArrived_) {
         lastArrived_ = arrived;
         rest_ = kShortestRest;
     }
     group_->HandleUsbEvent();
+    // A request may have raised one: a clear ends the daemon before the next frame is treated.
+    if (SignalRelay::GetInstance().Waits()) {
+        SignalRelay::GetInstance().Dispatch();
+    }
     if (group_->WaitsForBytes()) {
         Rest();
     }

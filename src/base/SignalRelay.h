@@ -27,6 +27,9 @@ class SignalRelay {
     // when one of them asked for the end. One thread dispatches at a time.
     bool Dispatch();
 
+    // True while signals wait for Dispatch().
+    bool Waits() const { return pending_ != 0; }
+
     // Readable while signals wait for Dispatch(). Owned by the relay.
     int Fd() const { return wakeup_.get(); }
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <system_error>
 
 #include <linux/can.h>
 #include <pthread.h>
@@ -133,16 +134,27 @@ bool CanReplayThread::Queue(const ReplayCanFrameType& frame) {
 }
 
 NegtiveErrorCode CanReplayThread::Play() {
-    if (replayFifo.halfEmpty()) {
+    const bool outstanding = requestSignalFlag;
+    const bool low = replayFifo.halfEmpty();
+    if (low) {
         SendReplayReadySignal();
     }
     const bool alive = Command(ReplayState::RUNNING);
     requestSignalFlag = false;
-    if (!alive) {
-        return Start();
+    if (outstanding && !low && replayFifo.empty()) {
+        SendReplayReadySignal(); // the thread has sent all and kept still, for the earlier signal
     }
-    Wake(); // for a ring that had run empty; otherwise the thread finds nothing to do
-    return NO_ERROR;
+    if (alive) {
+        Wake(); // for a ring that had run empty; otherwise the thread finds nothing to do
+        return NO_ERROR;
+    }
+    if (failed) { // while this batch came, and has told the host
+        failed = false;
+        replayFifo.clear();
+        replayState.Command(ReplayState::IDLE);
+        return NO_ERROR;
+    }
+    return Start();
 }
 
 NegtiveErrorCode CanReplayThread::Start() {
@@ -155,7 +167,14 @@ NegtiveErrorCode CanReplayThread::Start() {
     {
         // A signal would end epoll_wait and the replay with it. The main thread is there for them.
         const SignalsBlocked blocked;
-        replayThread = std::thread([this] { ReplayThreadFunc(); });
+        try {
+            replayThread = std::thread([this] { ReplayThreadFunc(); });
+        } catch (const std::system_error&) { // too many threads
+            threadRunning = false;
+            CleanupEpollTimer();
+            wakeFd.reset();
+            return OPEN_FILE_FAILED;
+        }
     }
     // Without the right to it the thread keeps the default priority.
     const sched_param highest{sched_get_priority_max(SCHED_FIFO)};
@@ -164,10 +183,8 @@ NegtiveErrorCode CanReplayThread::Start() {
 }
 
 void CanReplayThread::Finish() {
-    finishTempStatus = true;
-    if (!Command(ReplayState::FINISH)) {
-        finishTempStatus = true; // a thread that ended meanwhile has taken the word back
-    }
+    finishTempStatus = true; // first: a replay that ends in between has had its finish
+    Command(ReplayState::FINISH);
     Wake(); // in an empty ring nothing else would
 }
 
@@ -258,8 +275,10 @@ void CanReplayThread::ReplayThreadFunc() {
 
 // Arms the timer for what nothing else has armed it for.
 void CanReplayThread::ArmTimer() {
+    const ReplayState state = SharedReplayState::StateOf(replayState.Get());
     const bool restart = restartTimer && restartTimer.exchange(false);
-    if (restart || queueFirstFlag) {
+    // In a pause the expiry would be lost, and the batch that ends the pause with it.
+    if (restart || (queueFirstFlag && state != ReplayState::PAUSE)) {
         ReplayCanFrameType frame;
         if (replayFifo.peek(frame)) {
             // The interval 0xFFFFFFFF disarms: it holds its frame, and all behind it, until a
@@ -269,7 +288,6 @@ void CanReplayThread::ArmTimer() {
             return;
         }
     }
-    const ReplayState state = SharedReplayState::StateOf(replayState.Get());
     if (finishTempStatus && !timerArmed && (Plays(state) || state == ReplayState::FINISH) &&
         replayFifo.empty()) {
         SetTimer(kAtOnce); // the host finished when the last frame was gone already
@@ -285,15 +303,15 @@ void CanReplayThread::HandleStateMachineEvent(int nfds, const epoll_event* event
         eventfd_read(wakeFd.get(), &wakeUps);
         return;
     }
-    // An expiry that belongs to something else than the frame which is first in the ring now.
-    if (restartTimer || (queueFirstFlag && !replayFifo.empty())) {
-        return;
-    }
     uint64_t expiries = 0;
     if (read(timerFd.get(), &expiries, sizeof(expiries)) != sizeof(expiries)) {
         return;
     }
     timerArmed = false;
+    // An expiry that belongs to something else than the frame which is first in the ring now.
+    if (restartTimer || (queueFirstFlag && !replayFifo.empty())) {
+        return;
+    }
     const SharedReplayState::Look seen = replayState.Get();
     switch (SharedReplayState::StateOf(seen)) {
     case ReplayState::RUNNING:
@@ -408,5 +426,7 @@ void CanReplayThread::SendReplayReadySignal() {
     signal.Service().U8(static_cast<uint8_t>(lastRequest >> 40)).U8(UPLOAD_REPLAY_SIGNAL_SID);
     // Before the host can answer: its batch clears this, and must not find it cleared too early.
     requestSignalFlag = true;
-    signal.Send();
+    if (!signal.Send()) {
+        requestSignalFlag = false; // no room in the link: the next frame tries again
+    }
 }

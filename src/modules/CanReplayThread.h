@@ -18,8 +18,8 @@ struct epoll_event;
 // its end, and alone reads the ring and sets the timer; a command changes the state and wakes it.
 // Public members belong to the main thread.
 //
-// A batch that leaves the ring less than half full, and each time that the ring runs half empty, is
-// told to the host by a ready signal, once until the next batch.
+// The host is told by a ready signal when a batch leaves the ring less than half full, and once
+// more, until the next batch, when a frame that was sent leaves it so.
 class CanReplayThread {
   public:
     explicit CanReplayThread(net::ZephCanComM& canComM);
@@ -27,10 +27,10 @@ class CanReplayThread {
     CanReplayThread(const CanReplayThread&) = delete;
     CanReplayThread& operator=(const CanReplayThread&) = delete;
 
-    // Whom the ready signal (gid) and a refusal by the thread (all three) name.
+    // What the ready signal (gid) and a refusal by the thread (all three) are addressed by.
     void SetLastRequest(uint8_t gid, uint8_t sid, uint32_t handle);
 
-    // Before the first frame of a batch: makes an end of a replay that has ended.
+    // Before the first frame of a batch: clears away a replay that has ended.
     void BeginBatch();
 
     // Queues a frame; waits for room, a few hundred microseconds at most. False when there is none.
@@ -52,7 +52,8 @@ class CanReplayThread {
     // Goes on, with the full interval of the frame that waits.
     void Continue();
 
-    // Ends the replay and drops its frames. None is sent after this returns.
+    // Ends the replay and drops its frames. None is written after this returns; what the sockets
+    // have taken before still goes out on the bus.
     void Cancel();
 
   private:

@@ -70,19 +70,19 @@ bool FindDevice(int fd, int index, sockaddr_can& address) {
     return true;
 }
 
-int WriteFrame(int fd, const void* frame, size_t size) {
-    ssize_t written = write(fd, frame, size);
-    if (written < 0 && errno == ENETDOWN) {
-        written = write(fd, frame, size); // the moment just after the device came up
+// What comes before the close in each mode.
+int PrepareClose(int fd, int mode) {
+    if (mode == kOrderly) {
+        shutdown(fd, SHUT_WR);
+        int pending = 0;
+        socklen_t size = sizeof(pending);
+        if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &size) < 0 || pending != 0) {
+            return kSocketError;
+        }
+    } else if (mode != kHard) {
+        return kBadTypeOrMode;
     }
-    return written == static_cast<ssize_t>(size) ? 0 : -errno;
-}
-
-// Opens that follow one another leave no socket behind.
-void Replace(std::atomic<int>& held, int fd) {
-    if (const int old = held.exchange(fd); old >= 0) {
-        close(old);
-    }
+    return 0;
 }
 
 void PrintFailure(int error) {
@@ -125,7 +125,9 @@ int ZephCanCom::OpenSingleSocket() {
     SetSocketNonBlock(fd);
     SetSocketLoopbackmode(fd, 0); // the capture hears what is sent here
     SetSocketFdMode(fd, 1);
-    Replace(fd1_, fd);
+    if (const int old = fd1_.exchange(fd); old >= 0) {
+        writers_.Close(old); // opens that follow one another leave no socket behind
+    }
     return 0;
 }
 
@@ -141,7 +143,9 @@ int ZephCanCom::OpenPeriodSocket() {
     // Options of raw sockets: where the broadcast manager refuses them nothing is lost.
     SetSocketLoopbackmode(fd, 0);
     SetSocketFdMode(fd, 1);
-    Replace(fd2_, fd);
+    if (const int old = fd2_.exchange(fd); old >= 0) {
+        close(old);
+    }
     return 0;
 }
 
@@ -156,6 +160,16 @@ int ZephCanCom::Write(void* frame, int type, int protocol, int extend) {
     }
 }
 
+int ZephCanCom::WriteFrame(const void* frame, size_t size) {
+    const SocketWriters::Inside inside(writers_);
+    const int fd = fd1_;
+    ssize_t written = write(fd, frame, size);
+    if (written < 0 && errno == ENETDOWN) {
+        written = write(fd, frame, size); // the moment just after the device came up
+    }
+    return written == static_cast<ssize_t>(size) ? 0 : -errno;
+}
+
 int ZephCanCom::WriteCanFrame(void* frame, int remote, int extend) {
     if (frame == nullptr) {
         return kNullFrame;
@@ -167,7 +181,7 @@ int ZephCanCom::WriteCanFrame(void* frame, int remote, int extend) {
     if (extend != 0) {
         SetExtendedFrame(frame, kClassic);
     }
-    return WriteFrame(fd1_, frame, CAN_MTU);
+    return WriteFrame(frame, CAN_MTU);
 }
 
 int ZephCanCom::WriteCanfdFrame(void* frame, int brs, int extend) {
@@ -182,7 +196,7 @@ int ZephCanCom::WriteCanfdFrame(void* frame, int brs, int extend) {
     if (brs != 0) {
         fd->flags |= CANFD_BRS;
     }
-    return WriteFrame(fd1_, frame, CANFD_MTU);
+    return WriteFrame(frame, CANFD_MTU);
 }
 
 int ZephCanCom::Read() {
@@ -190,30 +204,25 @@ int ZephCanCom::Read() {
 }
 
 int ZephCanCom::CloseAll(int mode) {
-    for (std::atomic<int>* fd : {&fd1_, &fd2_}) {
-        // Out of the writers' sight first: the number may soon be another's.
-        const int closing = fd->exchange(-1);
-        if (Close(closing, mode) != 0) {
-            *fd = closing;
-            return kSocketError;
-        }
+    if (PrepareClose(fd1_, mode) != 0) {
+        return kSocketError;
     }
+    if (const int closing = fd1_.exchange(-1); closing >= 0) {
+        writers_.Close(closing); // a replay may be running meanwhile
+    }
+    if (Close(fd2_, mode) != 0) {
+        return kSocketError;
+    }
+    fd2_ = -1;
     return 0;
 }
 
 int ZephCanCom::Close(int fd, int mode) {
-    if (mode == kOrderly) {
-        shutdown(fd, SHUT_WR);
-        int pending = 0;
-        socklen_t size = sizeof(pending);
-        if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &pending, &size) < 0 || pending != 0) {
-            return kSocketError;
-        }
-    } else if (mode != kHard) {
-        return kBadTypeOrMode;
+    const int result = PrepareClose(fd, mode);
+    if (result == 0) {
+        close(fd);
     }
-    close(fd);
-    return 0;
+    return result;
 }
 
 int ZephCanCom::CheckExtendedFrame(const void* frame, int type) {

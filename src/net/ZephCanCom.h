@@ -1,6 +1,9 @@
 #pragma once
 
+#include "net/SocketWriters.h"
+
 #include <atomic>
+#include <cstddef>
 
 namespace net {
 
@@ -66,6 +69,9 @@ class ZephCanCom {
     int OpenPeriodSocket();
     int WriteCanFrame(void* frame, int remote, int extend);
     int WriteCanfdFrame(void* frame, int brs, int extend);
+    int WriteFrame(const void* frame, size_t size);
+
+    SocketWriters writers_; // of fd1_; the other one is the main thread's
 
     int index_;
 };

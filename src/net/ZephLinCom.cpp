@@ -15,10 +15,7 @@
 namespace {
 
 constexpr int kOrderly = 0;
-constexpr int kHard = 1;
-
-constexpr int kMostWriteWaits = 100;
-constexpr useconds_t kWriteWait = 100; // microseconds
+constexpr int kAtOnce = 1;
 
 static_assert(CANFD_MTU == 72 && sizeof(sockaddr_can) == 24);
 static_assert(SOL_CAN_RAW == 101 && CAN_RAW_FD_FRAMES == 5);
@@ -72,7 +69,7 @@ int ZephLinCom::Open() {
         return -1;
     }
     if (const int old = fd_.exchange(fd.release()); old >= 0) {
-        close(old);
+        writers_.Close(old);
     }
     return 0;
 }
@@ -82,9 +79,11 @@ int ZephLinCom::Write(const canfd_frame* frame) {
         PrintLine("ZephLinCom::Write cfd_frame is nullptr");
         return -1;
     }
-    ++writers_;
-    const ssize_t written = write(fd_, frame, sizeof(*frame));
-    --writers_;
+    ssize_t written = 0;
+    {
+        const SocketWriters::Inside inside(writers_);
+        written = write(fd_, frame, sizeof(*frame));
+    }
     if (written < 0) {
         perror("write error");
         PrintLine("pid: " + std::to_string(frame->can_id) + " ,send fail");
@@ -94,25 +93,14 @@ int ZephLinCom::Write(const canfd_frame* frame) {
 }
 
 int ZephLinCom::Close(int mode) {
-    if (mode != kOrderly && mode != kHard) {
+    if (mode != kOrderly && mode != kAtOnce) {
         return -1;
     }
     if (mode == kOrderly && !EndOrderly(fd_)) {
         return -1;
     }
-    // Out of the writers' sight before it is closed: the number may soon be another's.
     if (const int closing = fd_.exchange(-1); closing >= 0) {
-        WaitForWriters();
-        close(closing);
+        writers_.Close(closing); // a schedule may be running meanwhile
     }
     return 0;
-}
-
-// A schedule may be running while its channel is closed. The write that it is in has the number of
-// the socket, which must not become another's under it. A write that the driver holds up for longer
-// than this is in the kernel, and no longer needs the number.
-void ZephLinCom::WaitForWriters() const {
-    for (int left = kMostWriteWaits; left > 0 && writers_ > 0; --left) {
-        usleep(kWriteWait);
-    }
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "net/SocketWriters.h"
+
 #include <atomic>
 #include <string>
 
@@ -33,9 +35,7 @@ class ZephLinCom {
     std::atomic<int> fd_{-1}; // -1 for none
 
   private:
-    void WaitForWriters() const;
-
-    std::atomic<int> writers_{0}; // threads in a write at this moment
+    SocketWriters writers_;
     int index_;
     std::string interfaceName_; // LIN<index>
 };

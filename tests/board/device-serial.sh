@@ -44,7 +44,7 @@ wait_for 5 console_shows 'CommCfgService::WriteSequence: cannot open dev/mmcblk0
 # The answer comes before the card is written, so that a card that takes nothing is not told.
 blockdev --setro $partition
 told=$(answer 0119 30303030303030303030)
-sleep 0.2
+ask 0112 # answered behind the write
 blockdev --setrw $partition
 [[ $told == $positive* ]]
 cmp $partition "$image"

@@ -39,7 +39,8 @@ grep -q ' lin0 0x92 lin0 AABB ' "$lin_trace"
 # They are the second and the third timing word of its record, which begin with the 41st byte.
 [ "$(grep '^0067000000091a00' "$messages" | cut -c89-104)" = 1400000002000000 ]
 
-# The responder wakes the bus, twice.
+# The responder wakes the bus, twice. Both channels tell of it, and the commander has nothing to start.
+ask 0605 00 00
 begin_records
 hear 1500 0608 01 00 01 02 3200 fa00 00
 [ "$(compare_records 0)" = 2 ]

@@ -19,6 +19,7 @@ first=$(real_time_threads)
 
 # A response that is set is sent at once; the schedule goes on by itself.
 hear 1000 0603 00 01 10 02 1122000000000000
+[ "$first" != "$(real_time_threads)" ] # from its first slot again
 hear 800 0606 00 00
 [ "$(schedules)" = 0 ]
 [ "$(compare_records 0)" -gt 100 ]

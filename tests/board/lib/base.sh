@@ -15,7 +15,9 @@ wait_for() { # wait_for SECONDS CMD...: until CMD succeeds
     done
 }
 
-console_shows() { grep -aqF "$1" "$VBOARD_CONSOLE"; }
+# Since the test has begun.
+console_begin=$(stat -c %s "$VBOARD_CONSOLE")
+console_shows() { tail -c +$((console_begin + 1)) "$VBOARD_CONSOLE" | grep -aqF "$1"; }
 
 # The CAN frame records of a channel code in a file of messages, in the order of their arrival.
 of_channel() { grep -E "^00.{8}0919$1" "$2" || true; }

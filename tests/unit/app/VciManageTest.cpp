@@ -186,9 +186,10 @@ TEST_F(VciManageTest, ManySignalsEndItOnce) {
 
 TEST_F(VciManageTest, WhileAFrameIsIncompleteTheLoopRestsInsteadOfSpinning) {
     MakeDevice();
-    usb.HostWrite(Bytes{0, 10, 0, 0, 0, 16, 2, 0});
     Start();
     built_.get_future().wait();
+    std::this_thread::sleep_for(50ms); // the loop finds the ring empty
+    usb.HostWrite(Bytes{0, 10, 0, 0, 0, 16, 2, 0});
     Readable(); // and stays so
     AwaitAnswers(1);
     clockid_t clock = 0;

@@ -358,6 +358,16 @@ TEST_F(VciServiceGroupTest, FramesThatWaitAtTheStartAreTreated) {
     EXPECT_EQ(Settle(), std::vector<Bytes>{kTime});
 }
 
+TEST_F(VciServiceGroupTest, AnIncompleteFrameThatWaitsAtTheStartIsTreatedWhenMoreArrives) {
+    const Bytes frame = Frame({16, 1});
+    usb.HostWrite({frame.begin(), frame.begin() + 8});
+    holder->StartReading();
+    EXPECT_TRUE(Settle().empty()); // the daemon before has answered it
+    usb.HostWrite({frame.begin() + 8, frame.end()});
+    EXPECT_EQ(Settle(), std::vector<Bytes>{kTime});
+    EXPECT_EQ(ReadOut(), 16U);
+}
+
 TEST_F(VciServiceGroupTest, FramesAreTreatedAcrossTheWrapOfRingAndIndices) {
     usb.Set(MemoryUsb::kReadIn, 0xFFFFFFF8);
     usb.Set(MemoryUsb::kReadOut, 0xFFFFFFF8);

@@ -59,6 +59,13 @@ class FakeDevice {
         send(host_.get(), message.data(), message.size(), MSG_NOSIGNAL);
     }
 
+    // Hangs up on the host that is connected, and has `waiting` for the next one.
+    void HangUp(std::vector<Bytes> waiting) {
+        const std::lock_guard lock(mutex_);
+        waiting_ = std::move(waiting);
+        shutdown(host_.get(), SHUT_RDWR);
+    }
+
     // Answers hex with hex, packet by packet; no answer when `pairs` holds none.
     static Answers Table(std::vector<std::pair<std::string, std::vector<std::string>>> pairs) {
         return [pairs = std::move(pairs)](const Bytes& packet) {
@@ -86,11 +93,13 @@ class FakeDevice {
     void Serve() {
         while (Wait(listener_.get())) {
             const int host = accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC);
+            std::vector<Bytes> waiting;
             {
                 const std::lock_guard lock(mutex_);
                 host_.reset(host);
+                waiting = waiting_;
             }
-            for (const Bytes& message : waiting_) {
+            for (const Bytes& message : waiting) {
                 Say(message);
             }
             while (Wait(host) && ServePacket(host)) {

@@ -91,7 +91,7 @@ TEST(VcictlDevice, InfoWithoutAnIdentity) {
     auto result = Device(device, {"info"});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, HasSubstr("NO_FILE (41) to group 1 service 20"));
-    EXPECT_THAT(result.err, HasSubstr("; the board shows no memory card\n"));
+    EXPECT_THAT(result.err, HasSubstr("; the board shows no eMMC (mmcblk0)\n"));
     EXPECT_THAT(result.out, HasSubstr("uid       -\ntime      1.234567890 s\n"));
     result = Device(device, {"info", "--json"});
     EXPECT_EQ(result.status, 1);
@@ -127,7 +127,7 @@ TEST(VcictlDevice, Serial) {
     EXPECT_EQ(Services(device), (Strings{"011930313233343536373839"}));
     result = Device(device, {"serial", "0123456789"});
     EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.err, "vcictl: nobody is there to confirm this; --yes does it unasked\n");
+    EXPECT_EQ(result.err, "vcictl: standard input is no terminal; confirm with --yes\n");
     for (const char* const wrong : {"012345678", "01234567890", "01234 6789"}) {
         result = Device(device, {"serial", wrong, "--yes"});
         EXPECT_EQ(result.status, 2);
@@ -178,6 +178,23 @@ TEST(VcictlDevice, ResetWaitsUntilItAnswersAgain) {
     EXPECT_EQ(Services(device), (Strings{"0101", "0112", "0112"}));
 }
 
+TEST(VcictlDevice, ResetOfABoardThatStaysUpIsNoSuccess) {
+    const auto up = std::chrono::steady_clock::now();
+    FakeDevice device([&](const Bytes& packet) {
+        const auto time = static_cast<uint64_t>(
+            std::chrono::nanoseconds(std::chrono::steady_clock::now() - up).count());
+        Bytes answer{1, packet.at(6)};
+        for (int shift = 0; shift < 64; shift += 8) {
+            answer.push_back(static_cast<uint8_t>(time >> shift));
+        }
+        return std::vector<Bytes>{vcihost::BuildFrame(answer)};
+    });
+    const auto result = Device(device, {"reset", "--limit", "600ms"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.err, "vcictl: the board still answers, and has not restarted within 0.6 s\n");
+    EXPECT_GT(Services(device).size(), 2U);
+}
+
 TEST(VcictlDevice, ResetThatDoesNotComeBack) {
     FakeDevice device([](const Bytes& packet) {
         return packet.at(6) == 1 ? std::vector<Bytes>{Frame("0101" + kTime)} : std::vector<Bytes>{};
@@ -194,6 +211,19 @@ TEST(VcictlDevice, ResetThatDoesNotComeBack) {
     result = Device(refusing, {"reset"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
+}
+
+TEST(VcictlDevice, ClearIsAnsweredOverALinkThatIsGoneMeanwhile) {
+    FakeDevice* self = nullptr;
+    FakeDevice device([&](const Bytes& /*packet*/) {
+        self->HangUp({Frame("0108" + kTime)});
+        return std::vector<Bytes>{};
+    });
+    self = &device;
+    const auto result = Device(device, {"clear"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("cleared and started again"));
+    EXPECT_EQ(Services(device), (Strings{"0108"}));
 }
 
 TEST(VcictlDevice, ClearWaitsForTheAnswerBehindTheRestart) {
