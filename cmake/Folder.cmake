@@ -33,10 +33,8 @@ function(vci_unit_tests name)
                         GTest::gtest_main vci_flags)
   # What is tested is built as the preset says; the tests themselves so that they compile in half
   # the time. g++'s ThreadSanitizer takes some of them for races when they are not optimised at all.
-  if(VCI_SANITIZE STREQUAL "thread")
-    target_compile_options(unit_${name} PRIVATE -O1 -g1)
-  else()
-    target_compile_options(unit_${name} PRIVATE -O0 -g1)
+  if(NOT VCI_SANITIZE STREQUAL "thread")
+    target_compile_options(unit_${name} PRIVATE -O0)
   endif()
   # Half of what a compiler reads for a test is the framework: read once, by the first program.
   get_property(first GLOBAL PROPERTY vci_first_unit_tests)

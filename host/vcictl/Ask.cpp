@@ -72,3 +72,18 @@ ExitStatus AskPlain(vcihost::Session& session, const vcihost::Bytes& service,
     static_cast<void>(AskAny(session, service, timeout, advice, status));
     return status;
 }
+
+ExitStatus AskAndTell(Tool& tool, const std::vector<vcihost::Bytes>& services,
+                      std::chrono::milliseconds timeout, const std::string& done) {
+    const auto transport = tool.Open();
+    vcihost::Session session(*transport);
+    AskResult result;
+    for (const vcihost::Bytes& service : services) {
+        result = Ask(session, service, timeout);
+        if (result.status != kExitOk) {
+            return result.status;
+        }
+    }
+    tool.out.Line(fmt::format("{}, device time {}", done, vcihost::TimeText(result.deviceTime)));
+    return kExitOk;
+}

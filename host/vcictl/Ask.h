@@ -4,6 +4,9 @@
 #include "vcihost/Session.h"
 
 #include <string>
+#include <vector>
+
+struct Tool;
 
 // What came of a request whose answer carries the device time.
 struct AskResult {
@@ -34,6 +37,11 @@ AskedMessage AskMessage(vcihost::Session& session, const vcihost::Bytes& service
 // The same for a request whose answer carries nothing.
 ExitStatus AskPlain(vcihost::Session& session, const vcihost::Bytes& service,
                     std::chrono::milliseconds timeout, const RefusalAdvice& advice = {});
+
+// Asks one behind the other over a link of its own, up to the first that goes wrong, and prints
+// `done` with the device time of the last.
+ExitStatus AskAndTell(Tool& tool, const std::vector<vcihost::Bytes>& services,
+                      std::chrono::milliseconds timeout, const std::string& done);
 
 // Tells of a refusal on standard error.
 void ComplainOfRefusal(const vcihost::NegativeResponse& refusal, const RefusalAdvice& advice);

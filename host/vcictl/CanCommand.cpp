@@ -11,17 +11,18 @@
 namespace {
 
 constexpr char kFooter[] =
-    "Channels are can0 to can5, also 0 to 5, or 8 to 13 as requests number them. Frames are\n"
+    "Channels are can0 to can5, also 0 to 5, or 8 to 13 as requests number them.\n"
+    "Frames are\n"
     "  123#DEADBEEF       standard identifier (3 digits), data\n"
     "  00000123#11.22     extended identifier (8 digits)\n"
     "  123#R4             remote frame for 4 bytes\n"
     "  123##1AABB         CAN FD; flags digit 0, or 1 for the switch of the bit rate\n"
     "\n"
-    "The device accepts a set-up request as soon as its values are in range; whether the\n"
-    "controller did it is not told.\n"
+    "The device accepts a set-up request as soon as its values are in range; whether\n"
+    "the controller did it is not told.\n"
     "\n"
-    "Exit status: 0 done, 1 the device refused or --max-jitter was exceeded, 2 wrong usage or\n"
-    "trouble with the device, 3 no answer in time.\n"
+    "Exit status: 0 done, 1 the device refused or --max-jitter was exceeded, 2 wrong\n"
+    "usage or trouble with the device, 3 no answer in time.\n"
     "\n"
     "Examples:\n"
     "  vcictl can set can0 --bitrate 500k --dbitrate 2M\n"

@@ -11,11 +11,13 @@
 namespace {
 
 constexpr char kFooter[] =
-    "The device answers before it plans: the answer says that channel and mode allow it. A frame\n"
-    "that is started again gets new data, period and place. Stops go first. To stop a frame its\n"
-    "identifier needs the kind it was started with: 123, 00000123, 123#R remote, 123## CAN FD.\n"
+    "The device answers before it plans: the answer says that channel and mode allow\n"
+    "it. A frame that is started again gets new data, period and place. Stops go\n"
+    "first. To stop a frame its identifier needs the kind it was started with: 123,\n"
+    "00000123, 123#R remote, 123## CAN FD.\n"
     "\n"
-    "With --bitrate the plan is shown that a device makes which has planned nothing before.\n"
+    "With --bitrate the plan is shown that a device makes which has planned nothing\n"
+    "before.\n"
     "\n"
     "Examples:\n"
     "  vcictl can cyclic can0 123#11@10ms 124##122@20ms --bitrate 500k --dbitrate 2M\n"
@@ -34,7 +36,7 @@ CanCyclicCommand::CanCyclicCommand(CLI::App& app) {
         ->type_name("RATE")
         ->needs(rate);
     app.add_flag("--json", json_, "Print a JSON object");
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 ExitStatus CanCyclicCommand::Run(Tool& tool) {
@@ -63,8 +65,7 @@ ExitStatus CanCyclicCommand::Run(Tool& tool) {
     vcihost::Session session(*transport);
     uint64_t time = 0;
     for (const vcihost::Bytes& request : requests) {
-        const AskResult result =
-            Ask(session, request, std::chrono::milliseconds(wait_), CanSendAdvice(channel));
+        const AskResult result = Ask(session, request, wait_, CanSendAdvice(channel));
         if (result.status != kExitOk) {
             return result.status;
         }

@@ -21,5 +21,5 @@ class CanCyclicCommand : public Command {
     std::string rate_;
     std::string dataRate_;
     bool json_ = false;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

@@ -1,8 +1,9 @@
 #include "vcictl/CanPlanCommand.h"
 
 #include "vcictl/CanPlanOutput.h"
+#include "vcictl/Jitter.h"
 #include "vcihost/CanChannel.h"
-#include "vcihost/Notation.h"
+#include "vcihost/InputFile.h"
 #include "vcihost/PlanSvg.h"
 
 #include <cerrno>
@@ -16,19 +17,20 @@
 namespace {
 
 constexpr char kFooter[] =
-    "Shows the plan that a device makes which has planned nothing before: for each frame its time\n"
-    "on the bus, its offset in the window, the delay until the first one, and how many of its\n"
-    "instances in a window meet another frame. All channels share one plan.\n"
+    "Shows the plan that a device makes which has planned nothing before: for each\n"
+    "frame its time on the bus, its offset in the window, the delay until the first\n"
+    "one, and how many of its instances in a window meet another frame. All channels\n"
+    "share one plan.\n"
     "\n"
-    "--trace reads what a virtual bus has carried and prints beside the plan, for each frame: how\n"
-    "many were due, seen and lost, how far the first start lay off the grid, offset and period\n"
-    "measured, how far neighbouring starts are from whole periods apart (median, 99th percentile,\n"
-    "maximum), the longest wait in the queue, and how many had to wait for another frame. The "
-    "grid\n"
-    "is laid so that the median of the first frame of the table is 0.\n"
+    "--trace reads what a virtual bus has carried and prints beside the plan, for\n"
+    "each frame: how many were due, seen and lost, how far the first start lay off\n"
+    "the grid, offset and period measured, how far neighbouring starts are from whole\n"
+    "periods apart (median, 99th percentile, maximum), the longest wait in the queue,\n"
+    "and how many had to wait for another frame. The grid is laid so that the median\n"
+    "of the first frame of the table is 0.\n"
     "\n"
-    "Exit status: 0 done, 1 with --max-jitter: a frame was lost, not seen twice, or further from\n"
-    "its spacing; 2 wrong usage or trouble with a file.\n"
+    "Exit status: 0 done, 1 with --max-jitter: a frame was lost, not seen twice, or\n"
+    "further from its spacing; 2 wrong usage or trouble with a file.\n"
     "\n"
     "Examples:\n"
     "  vcictl can plan 123#1122334455667788@10ms 124#1122334455667788@10ms --bitrate 500k\n"
@@ -36,14 +38,9 @@ constexpr char kFooter[] =
     "  vcictl can plan 123#11@10ms --bitrate 500k --trace bus.txt --max-jitter 200us";
 
 vcihost::BusTrace ReadTrace(const std::string& path) {
-    std::ifstream file(path);
-    if (!file) {
-        throw UsageError(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
-    }
+    std::ifstream file = vcihost::OpenInput(path);
     auto trace = vcihost::BusTrace::Read(file, path);
-    if (file.bad()) {
-        throw UsageError(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
-    }
+    vcihost::CheckReadToEnd(file, path);
     return trace;
 }
 
@@ -52,6 +49,19 @@ void WriteFile(const std::string& path, const std::string& text) {
     if (!(file << text) || !file.flush()) {
         throw UsageError(fmt::format("cannot write {}: {}", path, std::strerror(errno)));
     }
+}
+
+std::vector<JitterLine> JitterLines(const vcihost::CanPlan& plan,
+                                    const vcihost::PlanReceipt& receipt) {
+    std::vector<JitterLine> lines;
+    for (size_t i = 0; i < plan.tasks.size(); ++i) {
+        const vcihost::CanTask& task = plan.tasks[i].task;
+        const vcihost::TaskReceipt& measured = receipt.tasks[i];
+        lines.push_back(
+            {vcihost::CanChannelName(task.channel) + " " + vcihost::CanIdText(task.frame),
+             measured.due.value_or(0), measured.seen, measured.lost, measured.spacingMax});
+    }
+    return lines;
 }
 
 } // namespace
@@ -73,9 +83,7 @@ CanPlanCommand::CanPlanCommand(CLI::App& app) {
     app.add_option("--svg", svgFile_, "Draw one window of the plan, and of the trace")
         ->type_name("FILE");
     app.add_flag("--json", json_, "Print a JSON object");
-    app.add_option("--max-jitter", maxJitter_, "End with status 1 above this: 200us")
-        ->type_name("TIME")
-        ->needs(trace);
+    AddMaxJitter(app, maxJitter_)->needs(trace);
 }
 
 ExitStatus CanPlanCommand::Run(Tool& tool) {
@@ -85,10 +93,7 @@ ExitStatus CanPlanCommand::Run(Tool& tool) {
         tasks.push_back(vcihost::ParseChannelTask(text, channel));
     }
     vcihost::CheckDistinct(tasks);
-    std::optional<std::chrono::nanoseconds> limit;
-    if (!maxJitter_.empty()) { // what is wrong with it is told before anything is written
-        limit = vcihost::ParseDuration("--max-jitter", maxJitter_);
-    }
+    const auto limit = JitterLimit::Parse(maxJitter_); // throws before anything is written
     const auto plan = vcihost::PlanCanTasks(tasks, PlanRates(rate_, dataRate_, tasks));
     std::optional<vcihost::BusTrace> trace;
     std::optional<vcihost::PlanReceipt> receipt;
@@ -108,29 +113,6 @@ ExitStatus CanPlanCommand::Run(Tool& tool) {
             PrintReceipt(tool.out, plan, *receipt);
         }
     }
-    return limit ? CheckJitter(plan, *receipt, *limit) : kExitOk;
-}
-
-ExitStatus CanPlanCommand::CheckJitter(const vcihost::CanPlan& plan,
-                                       const vcihost::PlanReceipt& receipt,
-                                       std::chrono::nanoseconds limit) const {
-    ExitStatus status = kExitOk;
-    for (size_t i = 0; i < plan.tasks.size(); ++i) {
-        const vcihost::TaskReceipt& task = receipt.tasks[i];
-        std::string fault;
-        if (task.lost > 0) {
-            fault = fmt::format("{} of {} frames lost", task.lost, *task.due);
-        } else if (!task.spacingMax) {
-            fault = fmt::format("seen {} times, jitter not measured", task.seen);
-        } else if (*task.spacingMax > limit.count()) {
-            fault = fmt::format("jitter {:.1f} us, above {}",
-                                static_cast<double>(*task.spacingMax) / 1000, maxJitter_);
-        } else {
-            continue;
-        }
-        Complain(fmt::format("{} {}: {}", vcihost::CanChannelName(plan.tasks[i].task.channel),
-                             vcihost::CanIdText(plan.tasks[i].task.frame), fault));
-        status = kExitRefused;
-    }
-    return status;
+    return limit ? CheckJitter(JitterLines(plan, *receipt), *limit, {"jitter {} us", true})
+                 : kExitOk;
 }

@@ -1,9 +1,6 @@
 #pragma once
 
 #include "vcictl/Command.h"
-#include "vcihost/PlanReceipt.h"
-
-#include <chrono>
 
 // `vcictl can plan`: what the device's planner makes of periodic frames, and what a bus trace says.
 class CanPlanCommand : public Command {
@@ -13,9 +10,6 @@ class CanPlanCommand : public Command {
     ExitStatus Run(Tool& tool) override;
 
   private:
-    ExitStatus CheckJitter(const vcihost::CanPlan& plan, const vcihost::PlanReceipt& receipt,
-                           std::chrono::nanoseconds limit) const;
-
     std::vector<std::string> frames_;
     std::string channel_ = "can0";
     std::string rate_;

@@ -14,10 +14,11 @@
 namespace {
 
 constexpr char kFooter[] =
-    "All frames go in one request, 255 at most, a second request takes the next ones. The answer\n"
-    "says that the device has handed them to its controller, not that another node has\n"
-    "acknowledged them. With --no-answer each frame is a request of its own, which is answered\n"
-    "only when it is refused; the tool asks for the time around them to learn of refusals.\n"
+    "All frames go in one request, 255 at most, a second request takes the next ones.\n"
+    "The answer says that the device has handed them to its controller, not that\n"
+    "another node has acknowledged them. With --no-answer each frame is a request of\n"
+    "its own, which is answered only when it is refused; the tool asks for the time\n"
+    "around them to learn of refusals.\n"
     "\n"
     "Examples:\n"
     "  vcictl can send can0 123#DEADBEEF 124#R4 125##1AABB\n"
@@ -75,7 +76,7 @@ CanSendCommand::CanSendCommand(CLI::App& app) {
     app.add_option("--gap", gap_, "Pause between two requests: 200us, 10ms, 1s")
         ->type_name("TIME")
         ->capture_default_str();
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 std::vector<vcihost::CanFrame> CanSendCommand::Frames() const {
@@ -109,8 +110,7 @@ ExitStatus CanSendCommand::SendBursts(Tool& tool, uint8_t channel,
     for (uint64_t i = 0; i < count_; ++i) {
         for (const vcihost::Bytes& request : requests) {
             pace.Next();
-            const AskResult result =
-                Ask(session, request, std::chrono::milliseconds(wait_), CanSendAdvice(channel));
+            const AskResult result = Ask(session, request, wait_, CanSendAdvice(channel));
             if (result.status != kExitOk) {
                 return result.status;
             }
@@ -126,7 +126,6 @@ ExitStatus CanSendCommand::SendBursts(Tool& tool, uint8_t channel,
 
 ExitStatus CanSendCommand::SendSilently(Tool& tool, uint8_t channel,
                                         const std::vector<vcihost::CanFrame>& frames) const {
-    const auto limit = std::chrono::milliseconds(wait_);
     Pace pace(tool.waiter, vcihost::ParseDuration("--gap", gap_));
     const auto transport = tool.Open();
     std::optional<vcihost::NegativeResponse> refusal;
@@ -139,7 +138,7 @@ ExitStatus CanSendCommand::SendSilently(Tool& tool, uint8_t channel,
         }
     });
     // Requests are treated in order. Once this one is answered, what an earlier host left has come.
-    if (const AskResult fence = Ask(session, vcihost::SyncRequest(), limit);
+    if (const AskResult fence = Ask(session, vcihost::SyncRequest(), wait_);
         fence.status != kExitOk) {
         return fence.status;
     }
@@ -147,12 +146,12 @@ ExitStatus CanSendCommand::SendSilently(Tool& tool, uint8_t channel,
     for (uint64_t i = 0; i < count_; ++i) {
         for (size_t at = 0; at < frames.size(); ++at) {
             pace.Next();
-            session.Tell(vcihost::CanSilentRequest(channel, frames[at]), limit);
+            session.Tell(vcihost::CanSilentRequest(channel, frames[at]), wait_);
             if ((at + 1) % vcihost::kMostCanEntries != 0 && at + 1 < frames.size()) {
                 continue;
             }
             // Once this one is answered, a refusal has come as well.
-            const AskResult fence = Ask(session, vcihost::SyncRequest(), limit);
+            const AskResult fence = Ask(session, vcihost::SyncRequest(), wait_);
             if (refusal) {
                 ComplainOfRefusal(*refusal, CanSendAdvice(channel));
                 return kExitRefused;

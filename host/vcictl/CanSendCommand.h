@@ -23,5 +23,5 @@ class CanSendCommand : public Command {
     bool noAnswer_ = false;
     uint64_t count_ = 1;
     std::string gap_ = "0us";
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

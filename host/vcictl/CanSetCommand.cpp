@@ -14,12 +14,14 @@
 namespace {
 
 constexpr char kFooter[] =
-    "With --dbitrate the channel becomes a CAN FD channel. The timing is chosen for the smallest\n"
-    "error of the bit rate, then for the sample point; the clock is 40 MHz. An error above 0.5 %\n"
-    "is refused. Defaults: sample point 87.5 % up to 500k, 80 % up to 800k, 75 % above, in both\n"
-    "phases; jump width half of segment 2, as Linux has it.\n"
+    "With --dbitrate the channel becomes a CAN FD channel. The timing is chosen for\n"
+    "the smallest error of the bit rate, then for the sample point; the clock is 40\n"
+    "MHz. An error above 0.5 % is refused. Defaults: sample point 87.5 % up to 500k,\n"
+    "80 % up to 800k, 75 % above, in both phases; jump width half of segment 2, as\n"
+    "Linux has it.\n"
     "\n"
-    "Close the channel first: on an open one the values are accepted and its timing stays.\n"
+    "Close the channel first: on an open one the values are accepted and its timing\n"
+    "stays.\n"
     "\n"
     "Examples:\n"
     "  vcictl can set can0 --bitrate 500k\n"
@@ -132,7 +134,7 @@ CanSetCommand::CanSetCommand(CLI::App& app) {
     app.add_flag("--listen,--listen-only", listen_, "Listen only: neither send nor acknowledge");
     app.add_flag("--dry-run", dryRun_, "Show the timing, without a device");
     app.add_flag("--json", json_, "Print a JSON object");
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of the answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 vcihost::CanTiming CanSetCommand::Choose() const {
@@ -160,8 +162,8 @@ ExitStatus CanSetCommand::Run(Tool& tool) {
     if (!dryRun_) {
         const auto transport = tool.Open();
         vcihost::Session session(*transport);
-        const ExitStatus status = AskPlain(session, vcihost::CanTimingRequest(channel, timing),
-                                           std::chrono::milliseconds(wait_));
+        const ExitStatus status =
+            AskPlain(session, vcihost::CanTimingRequest(channel, timing), wait_);
         if (status != kExitOk) {
             return status;
         }

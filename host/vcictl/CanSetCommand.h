@@ -28,5 +28,5 @@ class CanSetCommand : public Command {
     bool listen_ = false;
     bool dryRun_ = false;
     bool json_ = false;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

@@ -21,15 +21,17 @@ constexpr char kModeFooter[] = "Examples:\n"
                                "  vcictl can mode can0 normal";
 
 constexpr char kSecondPointFooter[] =
-    "Set it on a closed channel, behind the bit timing; on an open one the device answers alike\n"
-    "and changes nothing. A data bit rate of exactly 1 Mbit/s switches it off.\n"
+    "Set it on a closed channel, behind the bit timing; on an open one the device\n"
+    "answers alike and changes nothing. A data bit rate of exactly 1 Mbit/s switches\n"
+    "it off.\n"
     "\n"
     "Examples:\n"
     "  vcictl can ssp can0 16          offset of 16\n"
     "  vcictl can ssp can0 off";
 
 constexpr char kTerminationFooter[] =
-    "1 adds the first resistor, 2 the second; neither takes the other away. 0 takes both away.\n"
+    "1 adds the first resistor, 2 the second; neither takes the other away. 0 takes\n"
+    "both away.\n"
     "\n"
     "Examples:\n"
     "  vcictl can term can0 1\n"
@@ -88,7 +90,7 @@ CanStateCommand::CanStateCommand(CLI::App& app, Kind kind) : kind_(kind) {
             ->type_name("");
         break;
     }
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 ExitStatus CanStateCommand::Run(Tool& tool) {
@@ -106,8 +108,7 @@ ExitStatus CanStateCommand::SetStatus(Tool& tool, bool open) const {
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
     for (const uint8_t channel : channels) {
-        const AskResult result = Ask(session, vcihost::CanStatusRequest(channel, open),
-                                     std::chrono::milliseconds(wait_));
+        const AskResult result = Ask(session, vcihost::CanStatusRequest(channel, open), wait_);
         if (result.status != kExitOk) {
             return result.status;
         }
@@ -124,7 +125,7 @@ ExitStatus CanStateCommand::SetValue(Tool& tool) const {
     const vcihost::Bytes request = Request(kind_, channel, value_);
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
-    const ExitStatus status = AskPlain(session, request, std::chrono::milliseconds(wait_));
+    const ExitStatus status = AskPlain(session, request, wait_);
     if (status == kExitOk) {
         const char* const what = kind_ == Kind::Mode          ? "mode"
                                  : kind_ == Kind::SecondPoint ? "secondary sample point"

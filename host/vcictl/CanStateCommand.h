@@ -25,5 +25,5 @@ class CanStateCommand : public Command {
     std::vector<std::string> channels_; // of open and close
     std::string channel_;               // of the others
     std::string value_;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

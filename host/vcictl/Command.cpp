@@ -2,13 +2,26 @@
 
 #include "vcihost/Hex.h"
 
-#include <chrono>
 #include <cstdio>
 #include <iostream>
 #include <iterator>
 
 #include <CLI/App.hpp>
 #include <fmt/format.h>
+
+namespace {
+
+// The value of the option `names`.
+uint64_t NumberOf(const std::string& names, const std::string& text, uint64_t least, uint64_t max) {
+    const auto number = vcihost::ParseNumber(text, max);
+    if (!number || *number < least) {
+        throw CLI::ValidationError(
+            names, fmt::format("'{}' is no whole number from {} to {}", text, least, max));
+    }
+    return *number;
+}
+
+} // namespace
 
 std::string ReadStandardInput(const std::string& what) {
     std::string text(std::istreambuf_iterator<char>(std::cin), {});
@@ -31,12 +44,7 @@ CLI::Option* AddNumber(CLI::App& app, const std::string& names, uint64_t& value,
     CLI::Option* const option = app.add_option_function<std::string>(
         names,
         [&value, least, max, names](const std::string& text) {
-            const auto number = vcihost::ParseNumber(text, max);
-            if (!number || *number < least) {
-                throw CLI::ValidationError(
-                    names, fmt::format("'{}' is no whole number from {} to {}", text, least, max));
-            }
-            value = *number;
+            value = NumberOf(names, text, least, max);
         },
         help);
     option->type_name(type);
@@ -44,6 +52,27 @@ CLI::Option* AddNumber(CLI::App& app, const std::string& names, uint64_t& value,
         option->default_str(fallback);
     }
     return option;
+}
+
+void AddWait(CLI::App& app, std::chrono::milliseconds& wait) {
+    static constexpr char kName[] = "--wait";
+    app.add_option_function<std::string>(
+           kName,
+           [&wait](const std::string& text) {
+               wait = std::chrono::milliseconds(NumberOf(kName, text, 0, kMostMilliseconds));
+           },
+           "Time limit of an answer")
+        ->type_name("MS")
+        ->default_str(std::to_string(wait.count()));
+}
+
+CLI::Option* AddMaxJitter(CLI::App& app, std::string& text) {
+    return app.add_option("--max-jitter", text, "End with status 1 above this: 200us")
+        ->type_name("TIME");
+}
+
+void AddLinChannel(CLI::App& app, std::string& channel) {
+    app.add_option("CHANNEL", channel, "lin0 or lin1")->required()->type_name("");
 }
 
 void AddHex(CLI::App& app, std::vector<std::string>& pieces) {

@@ -4,6 +4,7 @@
 #include "vcictl/Output.h"
 #include "vcihost/Transport.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
@@ -24,6 +25,13 @@ struct Tool {
 
     std::unique_ptr<vcihost::Transport> Open() const {
         return vcihost::Transport::Open(device, waiter);
+    }
+
+    // A link of which no wait is cut short by a signal, for commands that have to leave the device
+    // as quiet as it was: they do so over this link. They wait no longer than
+    // Interrupt::kLongestWait, and look at Interrupt::Came() in between.
+    std::unique_ptr<vcihost::Transport> OpenUninterrupted() const {
+        return vcihost::Transport::Open(device, vcihost::Waiter());
     }
 };
 
@@ -51,6 +59,18 @@ CLI::App* AddPart(CLI::App& app, const char* name, const char* summary, const ch
 CLI::Option* AddNumber(CLI::App& app, const std::string& names, uint64_t& value, uint64_t max,
                        const std::string& help, const std::string& type,
                        const std::string& fallback = "", uint64_t least = 0);
+
+// How long an answer may take, unless --wait says otherwise.
+constexpr std::chrono::milliseconds kAnswerWait(1000);
+
+// The option --wait, whose default is what `wait` holds.
+void AddWait(CLI::App& app, std::chrono::milliseconds& wait);
+
+// The option --max-jitter, which JitterLimit reads.
+CLI::Option* AddMaxJitter(CLI::App& app, std::string& text);
+
+// The argument CHANNEL of LIN, which vcihost::ParseLinChannel() reads.
+void AddLinChannel(CLI::App& app, std::string& channel);
 
 // The argument HEX, in one or more pieces, which HexBytes() reads.
 void AddHex(CLI::App& app, std::vector<std::string>& pieces);

@@ -19,8 +19,8 @@
 namespace {
 
 constexpr char kFooter[] =
-    "Exit status: 0 done, 1 the device refused, 2 wrong usage or trouble with the device, 3 no\n"
-    "answer in time, or no restart.\n"
+    "Exit status: 0 done, 1 the device refused, 2 wrong usage or trouble with the\n"
+    "device, 3 no answer in time, or no restart.\n"
     "\n"
     "Examples:\n"
     "  vcictl device info                  versions, build date, identity and time\n"
@@ -28,13 +28,13 @@ constexpr char kFooter[] =
     "\n"
     "vcictl device COMMAND --help tells about one command.";
 
-constexpr char kInfoFooter[] = "The uid is the card identification register of the board's eMMC. "
-                               "What the device refuses\n"
-                               "to tell is shown as a dash, and the exit status is 1.\n"
-                               "\n"
-                               "Examples:\n"
-                               "  vcictl device info\n"
-                               "  vcictl device info --json";
+constexpr char kInfoFooter[] =
+    "The uid is the card identification register of the board's eMMC. What the device\n"
+    "refuses to tell is shown as a dash, and the exit status is 1.\n"
+    "\n"
+    "Examples:\n"
+    "  vcictl device info\n"
+    "  vcictl device info --json";
 
 constexpr char kTimeFooter[] = "vcictl time compares it with the host's clock.\n"
                                "\n"
@@ -42,28 +42,28 @@ constexpr char kTimeFooter[] = "vcictl time compares it with the host's clock.\n
                                "  vcictl device time";
 
 constexpr char kSerialFooter[] =
-    "The device stores NV and these ten digits or letters in its eMMC, over what is there. On a\n"
-    "terminal it asks first. The device answers before the eMMC has taken the bytes: leave it its\n"
-    "power for a second.\n"
+    "The device stores NV and these ten digits or letters in its eMMC, over what is\n"
+    "there. On a terminal it asks first. The device answers before the eMMC has taken\n"
+    "the bytes: leave it its power for a second.\n"
     "\n"
     "Examples:\n"
     "  vcictl device serial 0123456789\n"
     "  vcictl device serial 0123456789 --yes";
 
 constexpr char kResetFooter[] =
-    "The device answers, writes out what its eMMC has yet to take, and starts the board anew.\n"
-    "Everything that was set up is gone then. The tool waits until it answers again.\n"
+    "The device answers, writes out what its eMMC has yet to take, and starts the\n"
+    "board anew. Everything that was set up is gone then. The tool waits until it\n"
+    "answers again.\n"
     "\n"
     "Examples:\n"
     "  vcictl device reset\n"
     "  vcictl device reset --no-wait";
 
 constexpr char kClearFooter[] =
-    "The device stops and closes all channels, takes their termination resistors off, stops what "
-    "it\n"
-    "sends on its own, and starts its application anew, which then answers. The tool waits for "
-    "that\n"
-    "answer. A LIN schedule ends with its present slot, which may take a minute.\n"
+    "The device stops and closes all channels, takes their termination resistors off,\n"
+    "stops what it sends on its own, and starts its application anew, which then\n"
+    "answers. The tool waits for that answer. A LIN schedule ends with its present\n"
+    "slot, which may take a minute.\n"
     "\n"
     "Examples:\n"
     "  vcictl device clear\n"
@@ -143,8 +143,7 @@ DeviceCommand::DeviceCommand(CLI::App& app) {
             ->capture_default_str();
     }
     for (CLI::App* const part : {info_, time_, serial_, reset_, clear}) {
-        AddNumber(*part, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS",
-                  "1000");
+        AddWait(*part, wait_);
     }
 }
 
@@ -165,17 +164,17 @@ ExitStatus DeviceCommand::Info(Tool& tool) const {
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
     ExitStatus status = kExitOk;
-    const auto version = AskFor(session, vcihost::kDeviceVersionSid, Timeout(), {},
+    const auto version = AskFor(session, vcihost::kDeviceVersionSid, wait_, {},
                                 vcihost::DeviceVersion::From, status);
     if (status == kExitNoAnswer) {
         return status; // nor will it answer the others
     }
-    const auto build = AskFor(session, vcihost::kDeviceBuildSid, Timeout(), {},
-                              vcihost::DeviceBuild::From, status);
+    const auto build =
+        AskFor(session, vcihost::kDeviceBuildSid, wait_, {}, vcihost::DeviceBuild::From, status);
     const auto uid =
-        AskFor(session, vcihost::kDeviceUidSid, Timeout(), UidAdvice, vcihost::DeviceUid, status);
+        AskFor(session, vcihost::kDeviceUidSid, wait_, UidAdvice, vcihost::DeviceUid, status);
     const auto time =
-        AskFor(session, vcihost::kDeviceTimeSid, Timeout(), {}, vcihost::TimeInAnswer, status);
+        AskFor(session, vcihost::kDeviceTimeSid, wait_, {}, vcihost::TimeInAnswer, status);
     const auto numbers = [&](const auto& of) {
         return version ? vcihost::DeviceVersion::Text(of(*version)) : "";
     };
@@ -206,7 +205,7 @@ ExitStatus DeviceCommand::Info(Tool& tool) const {
 ExitStatus DeviceCommand::Time(Tool& tool) const {
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
-    const auto answer = Ask(session, vcihost::DeviceRequest(vcihost::kDeviceTimeSid), Timeout());
+    const auto answer = Ask(session, vcihost::DeviceRequest(vcihost::kDeviceTimeSid), wait_);
     if (answer.status == kExitOk) {
         tool.out.Line(json_ ? nlohmann::ordered_json{{"device_ns", answer.deviceTime}}.dump()
                             : "device time " + vcihost::TimeText(answer.deviceTime));
@@ -222,7 +221,7 @@ ExitStatus DeviceCommand::Serial(Tool& tool) const {
     }
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
-    const ExitStatus status = AskPlain(session, request, Timeout(), SerialAdvice);
+    const ExitStatus status = AskPlain(session, request, wait_, SerialAdvice);
     if (status == kExitOk) {
         tool.out.Line("serial number NV" + digits_ + " written");
     }
@@ -235,8 +234,7 @@ ExitStatus DeviceCommand::Reset(Tool& tool) const {
     {
         const auto transport = tool.Open();
         vcihost::Session session(*transport);
-        const auto answer =
-            Ask(session, vcihost::DeviceRequest(vcihost::kDeviceResetSid), Timeout());
+        const auto answer = Ask(session, vcihost::DeviceRequest(vcihost::kDeviceResetSid), wait_);
         if (answer.status != kExitOk) {
             return answer.status;
         }
@@ -250,10 +248,9 @@ ExitStatus DeviceCommand::Clear(Tool& tool) const {
     const auto limit = vcihost::ParseDuration("--limit", limit_);
     auto transport = tool.Open();
     if (noWait_) {
-        vcihost::Session(*transport)
-            .Tell(vcihost::DeviceRequest(vcihost::kDeviceClearSid), Timeout());
+        vcihost::Session(*transport).Tell(vcihost::DeviceRequest(vcihost::kDeviceClearSid), wait_);
         tool.out.Line("clear requested");
         return kExitOk;
     }
-    return ClearAndAwait(tool, std::move(transport), Timeout(), limit);
+    return ClearAndAwait(tool, std::move(transport), wait_, limit);
 }

@@ -19,14 +19,12 @@ class DeviceCommand : public Command {
     ExitStatus Reset(Tool& tool) const;
     ExitStatus Clear(Tool& tool) const;
 
-    std::chrono::milliseconds Timeout() const { return std::chrono::milliseconds(wait_); }
-
     std::string digits_;
     bool yes_ = false;
     bool noWait_ = false;
     std::string limit_ = "180s"; // of a restart
     bool json_ = false;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 
     CLI::App* info_ = nullptr;
     CLI::App* time_ = nullptr;

@@ -7,3 +7,8 @@ enum ExitStatus {
     kExitTrouble = 2,  // wrong usage, or trouble with the device
     kExitNoAnswer = 3, // nothing came in time
 };
+
+// What two steps come to, of which the second is done in any case: the first thing that went wrong.
+constexpr ExitStatus FirstBad(ExitStatus first, ExitStatus second) {
+    return first != kExitOk ? first : second;
+}

@@ -2,6 +2,7 @@
 
 #include "vcictl/Ask.h"
 #include "vcictl/DescriptionJson.h"
+#include "vcictl/Watch.h"
 #include "vcihost/DeviceTime.h"
 #include "vcihost/IoSample.h"
 #include "vcihost/Notation.h"
@@ -17,8 +18,8 @@ namespace {
 constexpr uint64_t kMostPeriod = std::numeric_limits<uint16_t>::max();
 
 constexpr char kFooter[] =
-    "Exit status: 0 done, 1 the device refused, 2 wrong usage or trouble with the device, 3 no\n"
-    "answer (watch: too few samples) in time.\n"
+    "Exit status: 0 done, 1 the device refused, 2 wrong usage or trouble with the\n"
+    "device, 3 no answer (watch: too few samples) in time.\n"
     "\n"
     "Examples:\n"
     "  vcictl io out 1 high            switch digital output 1\n"
@@ -32,8 +33,8 @@ constexpr char kOutFooter[] = "Examples:\n"
                               "  vcictl io out 1 high 2 low";
 
 constexpr char kOnFooter[] =
-    "The device starts at a period of 1000, whatever it was before. Its unit is the board's; on\n"
-    "the virtual board it is 1 ms.\n"
+    "The device starts at a period of 1000, whatever it was before. Its unit depends\n"
+    "on the board; on the virtual board it is 1 ms.\n"
     "\n"
     "Examples:\n"
     "  vcictl io on\n"
@@ -50,21 +51,22 @@ constexpr char kPeriodFooter[] = "Whether there are periodic samples stays as it
                                  "  vcictl io period 100";
 
 constexpr char kTriggerFooter[] =
-    "Which events the board samples at is the board's; on the virtual board it is the change of\n"
-    "an input.\n"
+    "Which events cause a sample depends on the board; on the virtual board it is the\n"
+    "change of an input.\n"
     "\n"
     "Examples:\n"
     "  vcictl io trigger on\n"
     "  vcictl io trigger off";
 
 constexpr char kWatchFooter[] =
-    "Prints a line for each sample, those included that waited in the device before: device time,\n"
-    "levels of inputs and outputs, each from number 1 on, converter values as the converter gives\n"
-    "them, and what caused the sample, 0x00 for the period. It switches nothing: see io on and\n"
-    "io trigger. Without --duration and --count it goes on until Ctrl-C.\n"
+    "Prints a line for each sample, those included that waited in the device before:\n"
+    "device time, levels of inputs and outputs, each from number 1 on, converter\n"
+    "values as the converter gives them, and what caused the sample, 0x00 for the\n"
+    "period. It switches nothing: see io on and io trigger. Without --duration and\n"
+    "--count it goes on until Ctrl-C.\n"
     "\n"
-    "Exit status: 0 done, 3 if none came or fewer than --count, 2 on wrong usage or trouble with\n"
-    "the device.\n"
+    "Exit status: 0 done, 3 if none came or fewer than --count, 2 on wrong usage or\n"
+    "trouble with the device.\n"
     "\n"
     "Examples:\n"
     "  vcictl io watch\n"
@@ -92,7 +94,7 @@ IoCommand::IoCommand(CLI::App& app) {
         ->required()
         ->type_name("LEVEL");
     CLI::App* const on = AddPart(app, "on", "Switch the periodic samples on", kOnFooter);
-    AddNumber(*on, "--period", period_, kMostPeriod, "Set this period behind it", "N")
+    AddNumber(*on, "--period", period_, kMostPeriod, "Then set this period", "N")
         ->each([this](const std::string&) { periodGiven_ = true; });
     CLI::App* const off = AddPart(app, "off", "Switch the periodic samples off", kOffFooter);
     CLI::App* const period = AddPart(app, "period", "Set the period of the samples", kPeriodFooter);
@@ -104,8 +106,7 @@ IoCommand::IoCommand(CLI::App& app) {
         ->check(CLI::IsMember({"on", "off"}))
         ->type_name("");
     for (CLI::App* const part : {out, on, off, period, trigger}) {
-        AddNumber(*part, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS",
-                  "1000");
+        AddWait(*part, wait_);
     }
     CLI::App* const watch = AddPart(app, "watch", "Show the samples", kWatchFooter);
     watch->add_option("--duration", duration_, "Stop after this time: 500ms, 10s")
@@ -129,33 +130,17 @@ ExitStatus IoCommand::Run(Tool& tool) {
         return SwitchOn(tool);
     }
     if (off_->parsed()) {
-        return Request(tool, {vcihost::IoOpenRequest(false)}, "samples off");
+        return AskAndTell(tool, {vcihost::IoOpenRequest(false)}, wait_, "samples off");
     }
     if (setPeriod_->parsed()) {
-        return Request(tool, {vcihost::IoPeriodRequest(static_cast<uint16_t>(period_))},
-                       fmt::format("period {}", period_));
+        return AskAndTell(tool, {vcihost::IoPeriodRequest(static_cast<uint16_t>(period_))}, wait_,
+                          fmt::format("period {}", period_));
     }
     if (trigger_->parsed()) {
-        return Request(tool, {vcihost::IoTriggerRequest(triggerState_ == "on")},
-                       "triggers " + triggerState_);
+        return AskAndTell(tool, {vcihost::IoTriggerRequest(triggerState_ == "on")}, wait_,
+                          "triggers " + triggerState_);
     }
     return Watch(tool);
-}
-
-// Asks one behind the other, and tells the device time of the last.
-ExitStatus IoCommand::Request(Tool& tool, const std::vector<vcihost::Bytes>& services,
-                              const std::string& done) const {
-    const auto transport = tool.Open();
-    vcihost::Session session(*transport);
-    AskResult result;
-    for (const vcihost::Bytes& service : services) {
-        result = Ask(session, service, std::chrono::milliseconds(wait_));
-        if (result.status != kExitOk) {
-            return result.status;
-        }
-    }
-    tool.out.Line(fmt::format("{}, device time {}", done, vcihost::TimeText(result.deviceTime)));
-    return kExitOk;
 }
 
 ExitStatus IoCommand::SetOutputs(Tool& tool) const {
@@ -169,7 +154,7 @@ ExitStatus IoCommand::SetOutputs(Tool& tool) const {
         done += fmt::format("{}output {} {}", i > 0 ? ", " : "", outputs.back().number,
                             outputs_[i + 1]);
     }
-    return Request(tool, {vcihost::IoOutputRequest(outputs)}, done);
+    return AskAndTell(tool, {vcihost::IoOutputRequest(outputs)}, wait_, done);
 }
 
 ExitStatus IoCommand::SwitchOn(Tool& tool) const {
@@ -179,26 +164,18 @@ ExitStatus IoCommand::SwitchOn(Tool& tool) const {
         services.push_back(vcihost::IoPeriodRequest(static_cast<uint16_t>(period_)));
         done += fmt::format(", period {}", period_);
     }
-    return Request(tool, services, done);
+    return AskAndTell(tool, services, wait_, done);
 }
 
 ExitStatus IoCommand::Watch(Tool& tool) const {
-    using Clock = std::chrono::steady_clock;
     vcihost::Deadline deadline = vcihost::Deadline::max();
     if (!duration_.empty()) {
-        deadline = Clock::now() + vcihost::ParseDuration("--duration", duration_);
+        deadline =
+            std::chrono::steady_clock::now() + vcihost::ParseDuration("--duration", duration_);
     }
-    const auto transport = tool.Open();
-    uint64_t printed = 0;
-    do {
-        const auto bytes = transport->Receive(deadline);
-        if (!bytes) {
-            break;
-        }
-        if (PrintSample(tool.out, *bytes)) {
-            ++printed;
-        }
-    } while ((count_ == 0 || printed < count_) && Clock::now() < deadline);
+    const uint64_t printed =
+        WatchMessages(tool, deadline, count_,
+                      [&](const vcihost::Bytes& bytes) { return PrintSample(tool.out, bytes); });
     return printed > 0 && printed >= count_ ? kExitOk : kExitNoAnswer;
 }
 

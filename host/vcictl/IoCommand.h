@@ -15,8 +15,6 @@ class IoCommand : public Command {
     ExitStatus Run(Tool& tool) override;
 
   private:
-    ExitStatus Request(Tool& tool, const std::vector<vcihost::Bytes>& services,
-                       const std::string& done) const;
     ExitStatus SetOutputs(Tool& tool) const;
     ExitStatus SwitchOn(Tool& tool) const;
     ExitStatus Watch(Tool& tool) const;
@@ -32,7 +30,7 @@ class IoCommand : public Command {
     std::string triggerState_;
     uint64_t period_ = 0;
     bool periodGiven_ = false; // of `on`
-    uint64_t wait_ = 1000;     // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
     std::string duration_;
     uint64_t count_ = 0; // samples; 0 for no limit
     bool json_ = false;

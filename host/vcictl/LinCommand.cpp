@@ -14,17 +14,17 @@
 namespace {
 
 constexpr char kFooter[] =
-    "Channels are lin0 and lin1, also 0 and 1. Identifiers are 00 to 3F in hex, without parity\n"
-    "bits. Frames are\n"
+    "Channels are lin0 and lin1, also 0 and 1. Identifiers are 00 to 3F in hex,\n"
+    "without parity bits. Frames are\n"
     "  10#1122            header and response, 1 to 8 bytes\n"
     "  3C#00.FF.FF        the same with dots between bytes\n"
     "  10#R4              header alone; another node responds with 4 bytes\n"
     "\n"
-    "A commander sends the headers of its schedule table, a responder waits for them. Both send\n"
-    "the responses that they have.\n"
+    "A commander sends the headers of its schedule table, a responder waits for them.\n"
+    "Both send the responses that they have.\n"
     "\n"
-    "Exit status: 0 done, 1 the device refused or --max-jitter was exceeded, 2 wrong usage or\n"
-    "trouble with the device, 3 no answer in time.\n"
+    "Exit status: 0 done, 1 the device refused or --max-jitter was exceeded, 2 wrong\n"
+    "usage or trouble with the device, 3 no answer in time.\n"
     "\n"
     "Examples:\n"
     "  vcictl lin open lin0 --bitrate 19200 --version 2.1\n"

@@ -1,5 +1,6 @@
 #include "vcictl/LinDisturbCommand.h"
 
+#include "common/GlobalEnums.h"
 #include "vcictl/LinRefusal.h"
 
 #include <limits>
@@ -10,8 +11,8 @@
 namespace {
 
 constexpr char kFooter[] =
-    "What is disturbed, where and how long is in the terms of the device's LIN driver. The answer\n"
-    "says that the channel is open, not that the driver can do it.\n"
+    "What is disturbed, where and how long is in the terms of the device's LIN\n"
+    "driver. The answer says that the channel is open, not that the driver can do it.\n"
     "\n"
     "Examples:\n"
     "  vcictl lin disturb lin0 on --id 10 --type 1 --field 3 --offset 2 --length 1 --times 5\n"
@@ -22,7 +23,7 @@ constexpr char kFooter[] =
 LinDisturbCommand::LinDisturbCommand(CLI::App& app) {
     constexpr auto kMostByte = std::numeric_limits<uint8_t>::max();
     app.footer(kFooter);
-    app.add_option("CHANNEL", channel_, "lin0 or lin1")->required()->type_name("");
+    AddLinChannel(app, channel_);
     app.add_option("STATE", state_, "on or off")
         ->required()
         ->check(CLI::IsMember({"on", "off"}))
@@ -34,7 +35,7 @@ LinDisturbCommand::LinDisturbCommand(CLI::App& app) {
     AddNumber(app, "--length", length_, kMostByte, "Length of the fault", "N", "0");
     timesOption_ = AddNumber(app, "--times", times_, std::numeric_limits<uint16_t>::max(),
                              "Only so many faults; else no limit", "N");
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 vcihost::LinDisturb LinDisturbCommand::Disturb() const {
@@ -58,8 +59,10 @@ ExitStatus LinDisturbCommand::Run(Tool& tool) {
     const vcihost::Bytes request = vcihost::LinDisturbRequest(channel, Disturb());
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
+    // What the driver makes of it is not told: this refusal comes of a channel that has closed.
+    const std::string closed = LinAdvice(channel)(SERVICE_WRONG_SEQUENCE);
     const ExitStatus status =
-        AskPlain(session, request, std::chrono::milliseconds(wait_), LinAdvice(channel));
+        AskPlain(session, request, wait_, LinAdvice(channel, {{SEND_FAIL, closed}}));
     if (status == kExitOk) {
         tool.out.Line(
             fmt::format("{}: disturb {} accepted", vcihost::LinChannelName(channel), state_));

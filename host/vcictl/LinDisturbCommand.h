@@ -22,5 +22,5 @@ class LinDisturbCommand : public Command {
     uint64_t field_ = 0;
     uint64_t times_ = 0;
     const CLI::Option* timesOption_ = nullptr;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

@@ -15,9 +15,5 @@ class LinOpenCommand : public Command {
     std::string rate_ = "19200";
     std::string version_ = "2.1";
     std::string power_ = "internal";
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };
-
-// The bit rate of a LIN channel, as a request carries it. Throws UsageError,
-// vcihost::NotationError.
-uint16_t ParseLinBitRate(const std::string& text);

@@ -23,3 +23,9 @@ RefusalAdvice LinAdvice(uint8_t channel, std::map<uint8_t, std::string> special)
         }
     };
 }
+
+RefusalAdvice LinTableAdvice(uint8_t channel) {
+    return LinAdvice(channel, {{UPDATE_CONFIG_ERROR,
+                                "the table has an identifier more often than the device can count; "
+                                "leave entries out"}});
+}

@@ -10,11 +10,11 @@
 namespace {
 
 constexpr char kFooter[] =
-    "On a commander a response goes out behind the header of its identifier in the schedule, on a\n"
-    "responder behind that of the commander. Deletes go first.\n"
+    "On a commander a response goes out behind the header of its identifier in the\n"
+    "schedule, on a responder behind that of the commander. Deletes go first.\n"
     "\n"
-    "Setting a response starts the schedule of a commander that has a table, also when it was\n"
-    "stopped. A response that was deleted comes back with the next table.\n"
+    "Setting a response starts the schedule of a commander that has a table, also\n"
+    "when it was stopped. A response that was deleted comes back with the next table.\n"
     "\n"
     "Examples:\n"
     "  vcictl lin response lin0 10#1122 11#00.FF\n"
@@ -24,10 +24,10 @@ constexpr char kFooter[] =
 
 LinResponseCommand::LinResponseCommand(CLI::App& app) {
     app.footer(kFooter);
-    app.add_option("CHANNEL", channel_, "lin0 or lin1")->required()->type_name("");
+    AddLinChannel(app, channel_);
     app.add_option("FRAME", frames_, "Identifiers with their responses")->type_name("");
     app.add_option("--delete", deletes_, "Identifiers whose responses to delete")->type_name("ID");
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 std::vector<vcihost::LinFrame> LinResponseCommand::Responses() const {
@@ -60,7 +60,7 @@ ExitStatus LinResponseCommand::Run(Tool& tool) {
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
     const auto ask = [&](const vcihost::Bytes& request) {
-        return AskPlain(session, request, std::chrono::milliseconds(wait_), LinAdvice(channel));
+        return AskPlain(session, request, wait_, LinAdvice(channel));
     };
     ExitStatus status = kExitOk;
     if (!deletes.empty()) {

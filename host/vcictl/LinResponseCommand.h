@@ -16,5 +16,5 @@ class LinResponseCommand : public Command {
     std::string channel_;
     std::vector<std::string> frames_;
     std::vector<std::string> deletes_;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

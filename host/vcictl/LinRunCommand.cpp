@@ -1,10 +1,11 @@
 #include "vcictl/LinRunCommand.h"
 
 #include "vcictl/Interrupt.h"
-#include "vcictl/LinOpenCommand.h"
+#include "vcictl/Jitter.h"
 #include "vcictl/LinReceiptOutput.h"
 #include "vcictl/LinRefusal.h"
 #include "vcictl/LinTableFile.h"
+#include "vcictl/RecordSwitches.h"
 #include "vcihost/DeviceTime.h"
 #include "vcihost/LinRequest.h"
 #include "vcihost/Notation.h"
@@ -19,27 +20,24 @@
 namespace {
 
 constexpr char kFooter[] =
-    "A responder, and a commander without a table, accepts the start and runs nothing.\n"
+    "A responder, and a commander without a table, accepts the start and runs\n"
+    "nothing.\n"
     "\n"
-    "With --duration the schedule is loaded from the table, run for this time and stopped. The\n"
-    "channel is recorded all the while, and a receipt tells for each entry when it was due and\n"
-    "when it went in a cycle, how many frames were due, seen, lost and in error, and how late "
-    "they\n"
-    "were. Each cycle counts from its first frame, and that one from the cycle before, since the\n"
-    "device plans a cycle when it begins. Frames carry no number: a whole cycle that is missing "
-    "is\n"
-    "told as one that came late. Ctrl-C ends the run before its time.\n"
+    "With --duration the schedule is loaded from the table, run for this time and\n"
+    "stopped. The channel is recorded all the while, and a receipt tells for each\n"
+    "entry when it was due and when it went in a cycle, how many frames were due,\n"
+    "seen, lost and in error, and how late they were. Each cycle counts from its\n"
+    "first frame, which is due one cycle after that of the cycle before: the device\n"
+    "plans a cycle when it begins. Frames carry no number: a whole cycle that is\n"
+    "missing is told as one that came late. Ctrl-C ends the run before its time.\n"
     "\n"
-    "Exit status: 0 done, 1 the device refused, or with --max-jitter: a frame was lost, none was\n"
-    "seen, or one was further than this from due; 2 wrong usage or trouble with the device, 3 no\n"
-    "answer in time.\n"
+    "Exit status: 0 done, 1 the device refused, or with --max-jitter: a frame was\n"
+    "lost, none was seen, or one was further than this from due; 2 wrong usage or\n"
+    "trouble with the device, 3 no answer in time.\n"
     "\n"
     "Examples:\n"
     "  vcictl lin run lin0\n"
     "  vcictl lin run lin0 --table body.txt --duration 5s --max-jitter 500us";
-
-// A signal is seen at least so often.
-constexpr std::chrono::milliseconds kLongestWait(100);
 
 // The frames of one channel among all that the device sends.
 class SeenFrames {
@@ -68,13 +66,12 @@ void Follow(vcihost::Transport& transport, SeenFrames& seen, vcihost::Deadline e
         if (now >= end) {
             return;
         }
-        if (const auto bytes = transport.Receive(std::min(end, now + kLongestWait))) {
+        if (const auto bytes = transport.Receive(std::min(end, now + Interrupt::kLongestWait))) {
             seen.Take(*bytes);
         }
     }
 }
 
-// The stop of a schedule is answered when the slot in hand is over.
 std::chrono::milliseconds LongestSlot(const std::vector<vcihost::LinSlot>& table) {
     const auto longest =
         std::max_element(table.begin(), table.end(), [](const auto& one, const auto& other) {
@@ -83,11 +80,23 @@ std::chrono::milliseconds LongestSlot(const std::vector<vcihost::LinSlot>& table
     return std::chrono::milliseconds(longest->slotMs);
 }
 
+std::vector<JitterLine> JitterLines(uint8_t channel, const std::vector<vcihost::LinSlot>& table,
+                                    const vcihost::LinReceipt& receipt) {
+    std::vector<JitterLine> lines;
+    for (size_t i = 0; i < table.size(); ++i) {
+        const vcihost::LinSlotReceipt& slot = receipt.slots[i];
+        lines.push_back({fmt::format("{} entry {} ({})", vcihost::LinChannelName(channel), i + 1,
+                                     vcihost::LinIdText(table[i].id)),
+                         slot.due, slot.seen, slot.lost, slot.Worst()});
+    }
+    return lines;
+}
+
 } // namespace
 
 LinRunCommand::LinRunCommand(CLI::App& app) {
     app.footer(kFooter);
-    app.add_option("CHANNEL", channel_, "lin0 or lin1")->required()->type_name("");
+    AddLinChannel(app, channel_);
     CLI::Option* const table =
         app.add_option("--table", table_, "Load this table first; see table --help")
             ->type_name("FILE");
@@ -99,11 +108,9 @@ LinRunCommand::LinRunCommand(CLI::App& app) {
         ->type_name("RATE")
         ->capture_default_str()
         ->needs(duration);
-    app.add_option("--max-jitter", maxJitter_, "End with status 1 above this: 200us")
-        ->type_name("TIME")
-        ->needs(duration);
+    AddMaxJitter(app, maxJitter_)->needs(duration);
     app.add_flag("--json", json_, "Print the receipt as a JSON object")->needs(duration);
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 ExitStatus LinRunCommand::Run(Tool& tool) {
@@ -112,13 +119,9 @@ ExitStatus LinRunCommand::Run(Tool& tool) {
         return Start(tool, channel);
     }
     // What is wrong with these is told before anything is done.
-    std::optional<std::chrono::nanoseconds> limit;
-    if (!maxJitter_.empty()) {
-        limit = vcihost::ParseDuration("--max-jitter", maxJitter_);
-    }
-    const Plan plan{channel, ReadLinTableFile(table_), ParseLinBitRate(rate_),
-                    vcihost::ParseDuration("--duration", duration_),
-                    std::chrono::milliseconds(wait_)};
+    const auto limit = JitterLimit::Parse(maxJitter_);
+    const Plan plan{channel, ReadLinTableFile(table_), vcihost::ParseLinBitRate("--bitrate", rate_),
+                    vcihost::ParseDuration("--duration", duration_)};
     vcihost::LinReceipt receipt;
     ExitStatus status = Measure(tool, plan, receipt);
     if (status != kExitOk) {
@@ -130,7 +133,8 @@ ExitStatus LinRunCommand::Run(Tool& tool) {
         PrintLinReceipt(tool.out, plan.table, receipt);
     }
     if (limit) {
-        status = CheckJitter(plan, receipt, *limit);
+        status = CheckJitter(JitterLines(channel, plan.table, receipt), *limit,
+                             {"{} us from due", true});
     }
     if (Interrupt::Came()) {
         throw vcihost::Interrupted();
@@ -139,93 +143,66 @@ ExitStatus LinRunCommand::Run(Tool& tool) {
 }
 
 ExitStatus LinRunCommand::Start(Tool& tool, uint8_t channel) const {
-    std::vector<vcihost::Bytes> requests;
+    std::vector<vcihost::LinSlot> table;
     if (!table_.empty()) {
-        requests.push_back(vcihost::LinTableRequest(channel, ReadLinTableFile(table_)));
+        table = ReadLinTableFile(table_);
     }
-    requests.push_back(vcihost::LinScheduleRequest(channel, true));
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
-    for (const vcihost::Bytes& request : requests) {
-        const ExitStatus status =
-            AskPlain(session, request, std::chrono::milliseconds(wait_), LinAdvice(channel));
-        if (status != kExitOk) {
-            return status;
-        }
-    }
-    tool.out.Line(vcihost::LinChannelName(channel) + ": schedule start accepted");
-    return kExitOk;
-}
-
-ExitStatus LinRunCommand::Measure(Tool& tool, const Plan& plan,
-                                  vcihost::LinReceipt& receipt) const {
-    // No wait of this link is cut short by a signal: the schedule is to be stopped over it.
-    const auto transport = vcihost::Transport::Open(tool.device, vcihost::Waiter());
-    SeenFrames seen(plan.channel);
-    vcihost::Session session(*transport, [&](const vcihost::Bytes& bytes) { seen.Take(bytes); });
-    const auto advice = LinAdvice(plan.channel);
-    const auto ask = [&](const vcihost::Bytes& request) {
-        return AskPlain(session, request, plan.timeout, advice);
-    };
-    const auto stop = [&] {
-        return AskPlain(session, vcihost::LinScheduleRequest(plan.channel, false),
-                        plan.timeout + LongestSlot(plan.table), advice);
-    };
-    const auto record = [&](bool on) {
-        return Ask(session, vcihost::LinRecordSwitchRequest(plan.channel, on), plan.timeout, advice)
-            .status;
-    };
-
-    ExitStatus status = stop();
-    if (status == kExitOk) {
-        status = ask(vcihost::LinTableRequest(plan.channel, plan.table));
+    ExitStatus status = kExitOk;
+    if (!table.empty()) {
+        status = AskPlain(session, vcihost::LinTableRequest(channel, table), wait_,
+                          LinTableAdvice(channel));
     }
     if (status == kExitOk) {
-        status = record(true);
+        status = AskPlain(session, vcihost::LinScheduleRequest(channel, true), wait_,
+                          LinAdvice(channel));
     }
-    if (status != kExitOk) {
-        return status;
-    }
-    session.Drain();
-    seen.Forget(); // frames of an earlier schedule
-    status = ask(vcihost::LinScheduleRequest(plan.channel, true));
-    AskResult time;
     if (status == kExitOk) {
-        Follow(*transport, seen, std::chrono::steady_clock::now() + plan.duration);
-        time = Ask(session, vcihost::SyncRequest(), plan.timeout);
-        status = time.status;
-    }
-    // Also behind a refusal or a silence, so that the channel is left as quiet as can be.
-    const ExitStatus stopped = stop();
-    const ExitStatus off = record(false);
-    status = status != kExitOk ? status : stopped != kExitOk ? stopped : off;
-    session.Drain();
-    if (status == kExitOk) {
-        receipt = vcihost::LinReceipt::Make(plan.table, plan.rate, seen.Frames(), time.deviceTime);
+        tool.out.Line(vcihost::LinChannelName(channel) + ": schedule start accepted");
     }
     return status;
 }
 
-ExitStatus LinRunCommand::CheckJitter(const Plan& plan, const vcihost::LinReceipt& receipt,
-                                      std::chrono::nanoseconds limit) const {
-    ExitStatus status = kExitOk;
-    for (size_t i = 0; i < plan.table.size(); ++i) {
-        const vcihost::LinSlotReceipt& slot = receipt.slots[i];
-        const auto worst = slot.Worst();
-        std::string fault;
-        if (slot.lost > 0) {
-            fault = fmt::format("{} of {} frames lost", slot.lost, slot.due);
-        } else if (!worst) {
-            fault = fmt::format("seen {} times, jitter not measured", slot.seen);
-        } else if (*worst > limit.count()) {
-            fault = fmt::format("{:.1f} us from due, above {}", static_cast<double>(*worst) / 1000,
-                                maxJitter_);
-        } else {
-            continue;
+ExitStatus LinRunCommand::Measure(Tool& tool, const Plan& plan,
+                                  vcihost::LinReceipt& receipt) const {
+    const auto transport = tool.OpenUninterrupted();
+    SeenFrames seen(plan.channel);
+    vcihost::Session session(*transport, [&](const vcihost::Bytes& bytes) { seen.Take(bytes); });
+    RecordSwitches records(session, wait_);
+    const auto advice = LinAdvice(plan.channel);
+    const auto schedule = [&](bool run) {
+        // The stop is answered when the slot in hand is over.
+        return AskPlain(session, vcihost::LinScheduleRequest(plan.channel, run),
+                        run ? wait_ : wait_ + LongestSlot(plan.table), advice);
+    };
+
+    // A schedule that runs would go on with the new table before the record is on.
+    ExitStatus status = schedule(false);
+    if (status == kExitOk) {
+        status = AskPlain(session, vcihost::LinTableRequest(plan.channel, plan.table), wait_,
+                          LinTableAdvice(plan.channel));
+    }
+    if (status == kExitOk) {
+        status = records.On({vcihost::RecordChannel::Bus::Lin, plan.channel});
+    }
+    AskResult time;
+    if (status == kExitOk) {
+        session.Drain();
+        seen.Forget(); // frames of an earlier schedule
+        status = schedule(true);
+        if (status == kExitOk) {
+            Follow(*transport, seen, std::chrono::steady_clock::now() + plan.duration);
+            time = Ask(session, vcihost::SyncRequest(), wait_);
+            status = time.status;
         }
-        Complain(fmt::format("{} entry {} ({}): {}", vcihost::LinChannelName(plan.channel), i + 1,
-                             vcihost::LinIdText(plan.table[i].id), fault));
-        status = kExitRefused;
+        // Also behind a refusal or a silence, so that the channel is left as quiet as can be.
+        status = FirstBad(status, schedule(false));
+    }
+    status = records.Off(status);
+    session.Drain();
+    if (status == kExitOk) {
+        receipt = vcihost::LinReceipt::Make(plan.table, plan.rate, seen.Frames(), time.deviceTime);
     }
     return status;
 }

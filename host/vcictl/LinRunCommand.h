@@ -20,13 +20,10 @@ class LinRunCommand : public Command {
         std::vector<vcihost::LinSlot> table;
         uint16_t rate;
         std::chrono::nanoseconds duration;
-        std::chrono::milliseconds timeout;
     };
 
     ExitStatus Start(Tool& tool, uint8_t channel) const;
     ExitStatus Measure(Tool& tool, const Plan& plan, vcihost::LinReceipt& receipt) const;
-    ExitStatus CheckJitter(const Plan& plan, const vcihost::LinReceipt& receipt,
-                           std::chrono::nanoseconds limit) const;
 
     std::string channel_;
     std::string table_;
@@ -34,5 +31,5 @@ class LinRunCommand : public Command {
     std::string duration_;
     std::string maxJitter_;
     bool json_ = false;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

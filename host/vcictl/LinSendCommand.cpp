@@ -10,9 +10,9 @@
 namespace {
 
 constexpr char kFooter[] =
-    "Each frame is a request of its own. Times are in the units of the device's LIN driver. The\n"
-    "protected identifier is made of the frame's own unless --pid gives one, with parity bits as\n"
-    "they are to be.\n"
+    "Each frame is a request of its own. Times are in the units of the device's LIN\n"
+    "driver. The protected identifier is made of the frame's own unless --pid gives\n"
+    "one, with parity bits as they are to be.\n"
     "\n"
     "Examples:\n"
     "  vcictl lin send lin0 10#1122\n"
@@ -26,7 +26,7 @@ LinSendCommand::LinSendCommand(CLI::App& app) {
     constexpr auto kMostByte = std::numeric_limits<uint8_t>::max();
     constexpr auto kMostRate = std::numeric_limits<uint32_t>::max();
     app.footer(kFooter);
-    app.add_option("CHANNEL", channel_, "lin0 or lin1")->required()->type_name("");
+    AddLinChannel(app, channel_);
     app.add_option("FRAME", frames_, "Frames, or headers alone")->required()->type_name("");
     pidOption_ = AddNumber(app, "--pid", pid_, kMostByte, "Protected identifier", "N");
     AddNumber(app, "--sync", sync_, kMostByte, "Sync byte", "N", "0x55");
@@ -43,7 +43,7 @@ LinSendCommand::LinSendCommand(CLI::App& app) {
               "Bit rate of the header; 0: that of the channel", "N", "0");
     AddNumber(app, "--response-bitrate", responseRate_, kMostRate,
               "Bit rate of the response; 0: that of the channel", "N", "0");
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 std::vector<vcihost::LinMessage> LinSendCommand::Messages() const {
@@ -80,8 +80,8 @@ ExitStatus LinSendCommand::Run(Tool& tool) {
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
     for (const vcihost::LinMessage& message : messages) {
-        const ExitStatus status = AskPlain(session, vcihost::LinSendRequest(channel, message),
-                                           std::chrono::milliseconds(wait_), LinAdvice(channel));
+        const ExitStatus status =
+            AskPlain(session, vcihost::LinSendRequest(channel, message), wait_, LinAdvice(channel));
         if (status != kExitOk) {
             return status;
         }

@@ -24,5 +24,5 @@ class LinSendCommand : public Command {
     std::vector<std::string> spaces_;
     uint64_t headerRate_ = 0;
     uint64_t responseRate_ = 0;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

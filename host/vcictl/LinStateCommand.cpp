@@ -28,14 +28,16 @@ constexpr char kClearFooter[] = "The schedule of a commander stops.\n"
                                 "  vcictl lin clear lin0 all";
 
 constexpr char kStopFooter[] =
-    "The answer comes when the slot in hand is over; with slots of a second and more set --wait.\n"
+    "The answer comes when the slot in hand is over; with slots of a second and more\n"
+    "set --wait.\n"
     "\n"
     "Example:\n"
     "  vcictl lin stop lin0";
 
 constexpr char kSleepFooter[] =
-    "The frame that sends the bus to sleep goes out when the frame in hand has had its time. A\n"
-    "wake-up signal starts the schedule again, 800 ms later, while the channel is recorded.\n"
+    "The frame that sends the bus to sleep goes out when the frame in hand has had\n"
+    "its time. A wake-up signal starts the schedule again, 800 ms later, while the\n"
+    "channel is recorded.\n"
     "\n"
     "Example:\n"
     "  vcictl lin sleep lin0";
@@ -71,7 +73,7 @@ vcihost::LinClear Clear(const std::string& what) {
 } // namespace
 
 LinStateCommand::LinStateCommand(CLI::App& app, Kind kind) : kind_(kind) {
-    app.add_option("CHANNEL", channel_, "lin0 or lin1")->required()->type_name("");
+    AddLinChannel(app, channel_);
     const auto addValue = [&](const char* name, const char* help,
                               const std::vector<std::string>& values) {
         app.add_option(name, value_, help)->required()->check(CLI::IsMember(values))->type_name("");
@@ -95,7 +97,7 @@ LinStateCommand::LinStateCommand(CLI::App& app, Kind kind) : kind_(kind) {
         app.footer(kSleepFooter);
         break;
     }
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 vcihost::Bytes LinStateCommand::Request(uint8_t channel) const {
@@ -133,15 +135,14 @@ std::string LinStateCommand::Done() const {
 ExitStatus LinStateCommand::Run(Tool& tool) {
     const uint8_t channel = vcihost::ParseLinChannel(channel_);
     const std::string name = vcihost::LinChannelName(channel);
-    const auto timeout = std::chrono::milliseconds(wait_);
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
     if (kind_ == Kind::Close) {
         // A channel that is closed refuses it; what there is to say of that, the close says.
-        static_cast<void>(session.Ask(vcihost::LinScheduleRequest(channel, false), timeout));
+        static_cast<void>(session.Ask(vcihost::LinScheduleRequest(channel, false), wait_));
     }
     const ExitStatus status =
-        AskPlain(session, Request(channel), timeout, LinAdvice(channel, Special(kind_, name)));
+        AskPlain(session, Request(channel), wait_, LinAdvice(channel, Special(kind_, name)));
     if (status == kExitOk) {
         tool.out.Line(fmt::format("{}: {}", name, Done()));
     }

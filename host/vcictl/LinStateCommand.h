@@ -25,6 +25,6 @@ class LinStateCommand : public Command {
 
     Kind kind_;
     std::string channel_;
-    std::string value_;    // of role and clear
-    uint64_t wait_ = 1000; // milliseconds
+    std::string value_; // of role and clear
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

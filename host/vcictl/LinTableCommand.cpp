@@ -1,8 +1,8 @@
 #include "vcictl/LinTableCommand.h"
 
-#include "vcictl/LinOpenCommand.h"
 #include "vcictl/LinRefusal.h"
 #include "vcictl/LinTableFile.h"
+#include "vcihost/LinRequest.h"
 
 #include <CLI/App.hpp>
 #include <fmt/format.h>
@@ -11,14 +11,16 @@
 namespace {
 
 constexpr char kFooter[] =
-    "FILE has one entry a line: identifier in hex, length of the response, slot in milliseconds;\n"
-    "# begins a comment. The device sends the headers in this order, over and over:\n"
+    "FILE has one entry a line: identifier in hex, length of the response, slot in\n"
+    "milliseconds; # begins a comment. The device sends the headers in this order,\n"
+    "over and over:\n"
     "  # door modules\n"
     "  10 2 10\n"
     "  11 8 20\n"
     "\n"
-    "A slot that is too short for its frame and 15 bits is made as long. Responses that were set\n"
-    "before are kept. A schedule that runs goes on with the new table, from its first entry.\n"
+    "A slot that is too short for its frame and 15 bits is made as long. Responses\n"
+    "that were set before are kept. A schedule that runs goes on with the new table,\n"
+    "from its first entry.\n"
     "\n"
     "Examples:\n"
     "  vcictl lin table lin0 body.txt\n"
@@ -30,7 +32,7 @@ constexpr char kRow[] = "{:>5} {:<3} {:<3} {:>6} {:>10} {:>11}";
 
 LinTableCommand::LinTableCommand(CLI::App& app) {
     app.footer(kFooter);
-    app.add_option("CHANNEL", channel_, "lin0 or lin1")->required()->type_name("");
+    AddLinChannel(app, channel_);
     app.add_option("FILE", file_, "The table; - reads standard input")->required()->type_name("");
     CLI::Option* const dryRun =
         app.add_flag("--dry-run", dryRun_, "Show the table and send nothing");
@@ -39,12 +41,12 @@ LinTableCommand::LinTableCommand(CLI::App& app) {
         ->capture_default_str()
         ->needs(dryRun);
     app.add_flag("--json", json_, "Show it as a JSON object")->needs(dryRun);
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 ExitStatus LinTableCommand::Run(Tool& tool) {
     const uint8_t channel = vcihost::ParseLinChannel(channel_);
-    const uint16_t rate = ParseLinBitRate(rate_);
+    const uint16_t rate = vcihost::ParseLinBitRate("--bitrate", rate_);
     const auto table = ReadLinTableFile(file_);
     if (dryRun_) {
         Print(tool.out, table, rate);
@@ -52,8 +54,8 @@ ExitStatus LinTableCommand::Run(Tool& tool) {
     }
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
-    const ExitStatus status = AskPlain(session, vcihost::LinTableRequest(channel, table),
-                                       std::chrono::milliseconds(wait_), LinAdvice(channel));
+    const ExitStatus status =
+        AskPlain(session, vcihost::LinTableRequest(channel, table), wait_, LinTableAdvice(channel));
     if (status == kExitOk) {
         tool.out.Line(fmt::format("{}: table of {} loaded", vcihost::LinChannelName(channel),
                                   CountText(table.size(), "entry", "entries")));

@@ -18,5 +18,5 @@ class LinTableCommand : public Command {
     std::string rate_ = "19200";
     bool dryRun_ = false;
     bool json_ = false;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

@@ -22,11 +22,11 @@ constexpr char kFooter[] = "Interval and length are in the units of the device's
 LinWakeCommand::LinWakeCommand(CLI::App& app) {
     constexpr auto kMostWord = std::numeric_limits<uint16_t>::max();
     app.footer(kFooter);
-    app.add_option("CHANNEL", channel_, "lin0 or lin1")->required()->type_name("");
+    AddLinChannel(app, channel_);
     AddNumber(app, "--count", count_, std::numeric_limits<uint8_t>::max(), "Signals", "N", "1");
     AddNumber(app, "--interval", interval_, kMostWord, "Time between signals", "N", "0");
     AddNumber(app, "--length", length_, kMostWord, "Length of a signal", "N", "0");
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 ExitStatus LinWakeCommand::Run(Tool& tool) {
@@ -39,7 +39,7 @@ ExitStatus LinWakeCommand::Run(Tool& tool) {
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
     const ExitStatus status = AskPlain(
-        session, vcihost::LinWakeRequest(channel, wakeup), std::chrono::milliseconds(wait_),
+        session, vcihost::LinWakeRequest(channel, wakeup), wait_,
         LinAdvice(channel, {{ERROR_GET_CHANNEL_STATE,
                              fmt::format("{0} is a commander, which can only send the bus to "
                                          "sleep: vcictl lin role {0} responder",

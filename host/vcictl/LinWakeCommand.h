@@ -14,5 +14,5 @@ class LinWakeCommand : public Command {
     uint64_t count_ = 1;
     uint64_t interval_ = 0;
     uint64_t length_ = 0;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

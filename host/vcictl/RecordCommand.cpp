@@ -2,7 +2,7 @@
 
 #include "vcictl/Ask.h"
 #include "vcictl/Interrupt.h"
-#include "vcictl/LinRefusal.h"
+#include "vcictl/RecordSwitches.h"
 #include "vcihost/CandumpLog.h"
 #include "vcihost/DeviceTime.h"
 #include "vcihost/Notation.h"
@@ -20,20 +20,20 @@
 namespace {
 
 constexpr char kFooter[] =
-    "CHANNEL is lin0 or lin1, which must be open, or can0 to can5, or any for all CAN channels,\n"
-    "these with filters behind them in hex: can0,123:7FF,400~700.\n"
-    "id:mask lets frames through that agree with id in the bits of mask, id~mask those that do\n"
-    "not; one of several is enough, with j all are needed. Eight digits of id stand for an\n"
-    "extended identifier. #MASK chooses the classes of errors, #0 none.\n"
+    "CHANNEL is lin0 or lin1, which must be open, or can0 to can5, or any for all CAN\n"
+    "channels, these with filters behind them in hex: can0,123:7FF,400~700. id:mask\n"
+    "lets frames through that agree with id in the bits of mask, id~mask those that\n"
+    "do not; one of several is enough, with j all are needed. Eight digits of id\n"
+    "stand for an extended identifier. #MASK chooses the classes of errors, #0 none.\n"
     "\n"
-    "FILE.pcapng is a capture file with an interface for each channel, FILE.log the text log of\n"
-    "candump, which cannot hold LIN frames. Times in both are the device's clock told as\n"
-    "wall-clock time by one comparison at the start. The device drops records that nobody reads\n"
-    "in time and does not tell.\n"
+    "FILE.pcapng is a capture file with an interface for each channel, FILE.log the\n"
+    "text log of candump, which cannot hold LIN frames. Times in both are the\n"
+    "device's clock told as wall-clock time by one comparison at the start. The\n"
+    "device drops records that nobody reads in time and does not tell.\n"
     "\n"
-    "Exit status: 0 done, 1 the device refused, 2 wrong usage, trouble with the device or a file,\n"
-    "3 no answer, or fewer records than --count in time. Ctrl-C ends the recording: everything is\n"
-    "written and the channels are switched off.\n"
+    "Exit status: 0 done, 1 the device refused, 2 wrong usage, trouble with the\n"
+    "device or a file, 3 no answer, or fewer records than --count in time. Ctrl-C\n"
+    "ends the recording: everything is written and the channels are switched off.\n"
     "\n"
     "Examples:\n"
     "  vcictl record can0 can1                        watch two channels\n"
@@ -44,9 +44,6 @@ constexpr char kFooter[] =
 
 // Of so many comparisons of the clocks the one with the shortest round trip counts.
 constexpr int kClockSamples = 5;
-
-// A signal is seen, and the live line renewed, at least so often.
-constexpr std::chrono::milliseconds kLongestWait(100);
 
 constexpr std::chrono::seconds kFlushPeriod(1);
 
@@ -67,11 +64,6 @@ CompareClocks(vcihost::Session& session, std::chrono::milliseconds timeout, Exit
         }
     }
     return best;
-}
-
-// CAN channels are recorded whether they are open or not.
-RefusalAdvice RecordAdvice(const vcihost::RecordChannel& channel) {
-    return channel.IsLin() ? LinAdvice(channel.number) : RefusalAdvice{};
 }
 
 } // namespace
@@ -96,7 +88,7 @@ RecordCommand::RecordCommand(CLI::App& app) {
     app.add_flag("-l", logFile_, "Record to candump-DATE_TIME.log")->excludes(file);
     CLI::Option* const log = app.add_flag("-L", log_, "Print the text log");
     app.add_flag("--json", json_, "Print one JSON object a record")->excludes(log);
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 ExitStatus RecordCommand::Run(Tool& tool) {
@@ -112,11 +104,10 @@ ExitStatus RecordCommand::Run(Tool& tool) {
     if (!file_.empty()) {
         static_cast<void>(vcihost::FormatOfPath(file_)); // to throw before anything is done
     }
-    // No wait of this link is cut short by a signal: the channels are to be switched off over it.
-    const auto transport = vcihost::Transport::Open(tool.device, vcihost::Waiter());
+    const auto transport = tool.OpenUninterrupted();
     vcihost::Session session(*transport); // what waited before is of no recording of ours
     ExitStatus status = kExitOk;
-    const auto clock = CompareClocks(session, std::chrono::milliseconds(wait_), status);
+    const auto clock = CompareClocks(session, wait_, status);
     if (!clock) {
         return status;
     }
@@ -167,16 +158,9 @@ RecordCommand::Writers(Tool& tool, const vcihost::ClockPair& clock,
 ExitStatus RecordCommand::Record(vcihost::Transport& transport, Recorder& recorder,
                                  const std::vector<vcihost::RecordChannel>& channels,
                                  Duration duration) const {
-    const auto timeout = std::chrono::milliseconds(wait_);
     // Two that renew one terminal line would spoil each other's.
     RecordProgress progress(!HasView() || isatty(STDOUT_FILENO) == 0);
-    std::exception_ptr failure;
-    vcihost::Session session(transport, [&](const vcihost::Bytes& bytes) {
-        if (!failure) {
-            recorder.Take(bytes);
-        }
-    });
-    ExitStatus status = kExitOk;
+    std::exception_ptr failure; // the first one; the channels are switched off behind it as well
     const auto attempt = [&](const auto& action) {
         try {
             action();
@@ -185,35 +169,24 @@ ExitStatus RecordCommand::Record(vcihost::Transport& transport, Recorder& record
         }
     };
 
-    std::vector<vcihost::RecordChannel> on;
-    attempt([&] {
-        for (const vcihost::RecordChannel& channel : channels) {
-            // Listed first: a switch whose answer does not come may have been done all the same.
-            on.push_back(channel);
-            status =
-                Ask(session, channel.SwitchRequest(true), timeout, RecordAdvice(channel)).status;
-            if (status == kExitRefused) {
-                on.pop_back();
-            }
-            if (status != kExitOk) {
-                return;
-            }
+    vcihost::Session session(transport, [&](const vcihost::Bytes& bytes) {
+        if (!failure) {
+            attempt([&] { recorder.Take(bytes); });
         }
-        Follow(transport, recorder, progress, duration);
+    });
+    RecordSwitches records(session, wait_);
+    ExitStatus status = kExitOk;
+    attempt([&] {
+        for (size_t i = 0; status == kExitOk && !failure && i < channels.size(); ++i) {
+            status = records.On(channels[i]);
+        }
+        if (status == kExitOk && !failure) {
+            Follow(transport, recorder, progress, duration);
+        }
     });
     const bool complete = count_ == 0 || recorder.IsFull();
-    // The device does not tell what was on before, so all that was switched on goes off. What it
-    // has sent before it answers is still recorded.
-    for (const vcihost::RecordChannel& channel : on) {
-        ExitStatus off = kExitTrouble;
-        attempt([&] {
-            off = Ask(session, channel.SwitchRequest(false), timeout, RecordAdvice(channel)).status;
-        });
-        status = status == kExitOk ? off : status;
-        if (off == kExitNoAnswer || off == kExitTrouble) {
-            break; // nor will it hear about the others
-        }
-    }
+    // What the device has sent before it answers is still recorded.
+    attempt([&] { status = records.Off(status); });
     attempt([&] { recorder.Finish(); });
     progress.End(recorder.Totals());
     if (failure) {
@@ -249,7 +222,7 @@ void RecordCommand::Follow(vcihost::Transport& transport, Recorder& recorder,
         auto bytes = transport.Receive(vcihost::Deadline{});
         if (!bytes) {
             recorder.Idle();
-            bytes = transport.Receive(std::min({now + kLongestWait, end, silent}));
+            bytes = transport.Receive(std::min({now + Interrupt::kLongestWait, end, silent}));
         }
         if (bytes && recorder.Take(*bytes) && silence_ != 0) {
             silent = Clock::now() + silence;

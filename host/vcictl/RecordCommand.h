@@ -38,5 +38,5 @@ class RecordCommand : public Command {
     bool logFile_ = false;
     bool log_ = false;
     bool json_ = false;
-    uint64_t wait_ = 1000; // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
 };

@@ -2,7 +2,6 @@
 
 #include "vcictl/Command.h"
 #include "vcihost/ReplayPlan.h"
-#include "vcihost/ReplayReceipt.h"
 
 // `vcictl replay`: plays a recorded trace through the device, with the times it was recorded with.
 class ReplayCommand : public Command {
@@ -14,8 +13,6 @@ class ReplayCommand : public Command {
   private:
     vcihost::ReplayOptions Options() const;
     uint64_t Passes() const;
-    ExitStatus CheckJitter(const vcihost::ReplayReceipt& receipt,
-                           std::chrono::nanoseconds limit) const;
 
     std::string file_;
     std::vector<std::string> outputs_;
@@ -26,6 +23,6 @@ class ReplayCommand : public Command {
     bool noReceipt_ = false;
     std::string maxJitter_;
     bool json_ = false;
-    uint64_t wait_ = 1000;     // milliseconds
+    std::chrono::milliseconds wait_ = kAnswerWait;
     uint64_t silence_ = 10000; // milliseconds
 };

@@ -14,9 +14,6 @@
 
 namespace {
 
-// A signal or a key is seen at least so often.
-constexpr std::chrono::milliseconds kLongestWait(100);
-
 // A terminal that floods must not starve the ring.
 constexpr int kMostKeys = 16;
 
@@ -37,7 +34,8 @@ Replayer::Replayer(vcihost::Transport& transport, const vcihost::ReplayPlan& pla
     : transport_(transport),
       plan_(plan),
       settings_(settings),
-      session_(transport, [this](const vcihost::Bytes& bytes) { Take(bytes); }) {}
+      session_(transport, [this](const vcihost::Bytes& bytes) { Take(bytes); }),
+      records_(session_, settings_.timeout) {}
 
 ExitStatus Replayer::Run() {
     ExitStatus status = Prepare();
@@ -62,11 +60,7 @@ ExitStatus Replayer::Prepare() {
                      .status;
     }
     for (size_t i = 0; settings_.receipt && status == kExitOk && i < plan_.channels.size(); ++i) {
-        // Listed first: a switch whose answer does not come may have been done all the same.
-        recorded_.push_back(plan_.channels[i]);
-        status =
-            Ask(session_, vcihost::RecordSwitchRequest(plan_.channels[i], true), settings_.timeout)
-                .status;
+        status = records_.On({vcihost::RecordChannel::Bus::Can, plan_.channels[i]});
     }
     session_.Drain();
     // What came so far is of no replay of ours.
@@ -92,7 +86,7 @@ ExitStatus Replayer::Play() {
         if (progress_.IsDue(now)) {
             progress_.Show(Position(), now);
         }
-        Listen(feeding ? vcihost::Deadline{} : now + kLongestWait);
+        Listen(feeding ? vcihost::Deadline{} : now + Interrupt::kLongestWait);
         if (refusal_) {
             ComplainOfRefusal(*refusal_, ReplayAdvice);
             return kExitRefused;
@@ -114,18 +108,10 @@ ExitStatus Replayer::Quieten(ExitStatus status) {
         stopped_ = Clock::now();
         over_ = true;
         if (!ended_) {
-            const ExitStatus cancelled = Request(vcihost::kReplayCancelSid);
-            status = status == kExitOk ? cancelled : status;
+            status = FirstBad(status, Request(vcihost::kReplayCancelSid));
         }
     }
-    for (const uint8_t channel : recorded_) {
-        const ExitStatus off =
-            Ask(session_, vcihost::RecordSwitchRequest(channel, false), settings_.timeout).status;
-        status = status == kExitOk ? off : status;
-        if (off == kExitNoAnswer) {
-            break; // nor will it hear about the others
-        }
-    }
+    status = records_.Off(status);
     session_.Drain();
     return status;
 }
@@ -160,7 +146,7 @@ ExitStatus Replayer::SendBatch(size_t frames) {
     std::vector<vcihost::ReplayFrame> batch;
     while (HasMore() && batch.size() < frames) {
         batch.push_back(plan_.frames[next_]);
-        ring_.push_back(at_);
+        dueBefore_.push_back(at_);
         at_ += batch.back().interval;
         if (settings_.receipt) {
             receipt_.Due(batch.back(), at_);
@@ -170,8 +156,8 @@ ExitStatus Replayer::SendBatch(size_t frames) {
             ++pass_;
         }
     }
-    while (ring_.size() > vcihost::kReplayRing) {
-        ring_.pop_front();
+    while (dueBefore_.size() > vcihost::kReplayRing) {
+        dueBefore_.pop_front();
     }
     given_ += batch.size();
     feed_.Sent(batch.size());
@@ -264,7 +250,7 @@ void Replayer::Listen(Clock::time_point until) {
 
 // The frames in the ring may be far apart, and nothing has to come between them.
 bool Replayer::IsSilent() const {
-    const uint64_t intervals = ring_.empty() ? 0 : at_ - ring_.front();
+    const uint64_t intervals = dueBefore_.empty() ? 0 : at_ - dueBefore_.front();
     return !paused_ &&
            Clock::now() - sign_ > settings_.silence + std::chrono::microseconds(intervals);
 }

@@ -2,6 +2,7 @@
 
 #include "vcictl/ExitStatus.h"
 #include "vcictl/KeyInput.h"
+#include "vcictl/RecordSwitches.h"
 #include "vcictl/ReplayProgress.h"
 #include "vcihost/ReplayPlan.h"
 #include "vcihost/ReplayReceipt.h"
@@ -57,17 +58,18 @@ class Replayer {
     const vcihost::ReplayPlan& plan_;
     Settings settings_;
     vcihost::Session session_;
+    RecordSwitches records_;
     vcihost::ReplayFeed feed_;
     vcihost::ReplayReceipt receipt_;
     ReplayProgress progress_;
     KeyInput keys_;
-    std::vector<uint8_t> recorded_; // channels whose record is on
 
     size_t next_ = 0;   // frame of the plan
     uint64_t pass_ = 0; // from 0
     uint64_t given_ = 0;
-    uint64_t at_ = 0;           // when the last frame that was given is due, microseconds
-    std::deque<uint64_t> ring_; // the same of the frame before each that may lie in the ring
+    uint64_t at_ = 0; // when the last frame that was given is due, microseconds
+    // The same of the frame before each of those that were given last, as many as the ring holds.
+    std::deque<uint64_t> dueBefore_;
     bool finishing_ = false;
     bool ended_ = false;
     bool paused_ = false;

@@ -2,19 +2,19 @@
 
 #include "vcictl/Ask.h"
 #include "vcictl/DescriptionJson.h"
+#include "vcictl/Watch.h"
 #include "vcihost/DeviceTime.h"
 #include "vcihost/ErrorUpload.h"
 
 #include <limits>
 
 #include <CLI/App.hpp>
-#include <fmt/format.h>
 
 namespace {
 
 constexpr char kFooter[] =
-    "Exit status: 0 done, 1 the device refused, 2 wrong usage or trouble with the device, 3 no\n"
-    "answer (watch: no drop) in time.\n"
+    "Exit status: 0 done, 1 the device refused, 2 wrong usage or trouble with the\n"
+    "device, 3 no answer (watch: no drop) in time.\n"
     "\n"
     "Examples:\n"
     "  vcictl sync node slave          follow the sync line\n"
@@ -41,10 +41,11 @@ constexpr char kFollowUpFooter[] = "Examples:\n"
                                    "  vcictl sync followup --time 1700000000000000000";
 
 constexpr char kWatchFooter[] =
-    "Prints a line for each drop, those included that waited in the device before. Without --wait\n"
-    "and --count it goes on until Ctrl-C.\n"
+    "Prints a line for each drop, those included that waited in the device before.\n"
+    "Without --wait and --count it goes on until Ctrl-C.\n"
     "\n"
-    "Exit status: 0 if at least one came, 3 if none, 2 on wrong usage or trouble with the device.\n"
+    "Exit status: 0 if at least one came, 3 if none, 2 on wrong usage or trouble with\n"
+    "the device.\n"
     "\n"
     "Examples:\n"
     "  vcictl sync watch\n"
@@ -72,8 +73,7 @@ SyncCommand::SyncCommand(CLI::App& app) {
               "Host time in nanoseconds instead of the host's clock", "NS")
         ->each([this](const std::string&) { hostTimeGiven_ = true; });
     for (CLI::App* const part : {node, up, down, request, followUp}) {
-        AddNumber(*part, "--wait", answerWait_, kMostMilliseconds, "Time limit of the answer", "MS",
-                  "1000");
+        AddWait(*part, answerWait_);
     }
     CLI::App* const watch = AddPart(app, "watch", "Print the drops of the sync line", kWatchFooter);
     AddNumber(*watch, "--wait", watchWait_, kMostMilliseconds, "Stop after this time", "MS")
@@ -110,32 +110,16 @@ ExitStatus SyncCommand::Run(Tool& tool) {
 
 ExitStatus SyncCommand::Request(Tool& tool, const vcihost::Bytes& service,
                                 const std::string& done) const {
-    const auto transport = tool.Open();
-    vcihost::Session session(*transport);
-    const AskResult result = Ask(session, service, std::chrono::milliseconds(answerWait_));
-    if (result.status == kExitOk) {
-        tool.out.Line(
-            fmt::format("{}, device time {}", done, vcihost::TimeText(result.deviceTime)));
-    }
-    return result.status;
+    return AskAndTell(tool, {service}, answerWait_, done);
 }
 
 ExitStatus SyncCommand::Watch(Tool& tool) const {
-    const auto transport = tool.Open();
     const vcihost::Deadline deadline = watchWaitGiven_
                                            ? vcihost::After(std::chrono::milliseconds(watchWait_))
                                            : vcihost::Deadline::max();
-    uint64_t printed = 0;
-    do {
-        const auto bytes = transport->Receive(deadline);
-        if (!bytes) {
-            break;
-        }
-        if (PrintUpload(tool.out, *bytes)) {
-            ++printed;
-        }
-    } while ((watchCount_ == 0 || printed < watchCount_) &&
-             std::chrono::steady_clock::now() < deadline);
+    const uint64_t printed =
+        WatchMessages(tool, deadline, watchCount_,
+                      [&](const vcihost::Bytes& bytes) { return PrintUpload(tool.out, bytes); });
     return printed > 0 ? kExitOk : kExitNoAnswer;
 }
 

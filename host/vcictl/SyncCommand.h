@@ -25,8 +25,8 @@ class SyncCommand : public Command {
     const CLI::App* watch_ = nullptr;
 
     std::string mode_;
-    uint64_t answerWait_ = 1000; // milliseconds
-    uint64_t hostTime_ = 0;      // nanoseconds
+    std::chrono::milliseconds answerWait_ = kAnswerWait;
+    uint64_t hostTime_ = 0; // nanoseconds
     bool hostTimeGiven_ = false;
     uint64_t watchWait_ = 0; // milliseconds
     bool watchWaitGiven_ = false;

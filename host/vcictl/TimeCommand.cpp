@@ -15,13 +15,13 @@ constexpr double kMillisecond = 1e6; // nanoseconds
 constexpr uint64_t kSecond = 1'000'000'000;
 
 constexpr char kFooter[] =
-    "Asks for the device time and prints it beside the host's clock at the moment when the answer\n"
-    "came, and the round trip. Behind more than one sample stands the rate of the device's clock\n"
-    "against the host's, and how far the round trips leave it uncertain. Ctrl-C ends the\n"
-    "sampling and prints the rate.\n"
+    "Asks for the device time and prints it beside the host's clock at the moment\n"
+    "when the answer came, and the round trip. Behind more than one sample stands the\n"
+    "rate of the device's clock against the host's, and how far the round trips leave\n"
+    "it uncertain. Ctrl-C ends the sampling and prints the rate.\n"
     "\n"
-    "Exit status: 0 done, 1 the device refused, 2 wrong usage or trouble with the device, 3 no\n"
-    "answer in time.\n"
+    "Exit status: 0 done, 1 the device refused, 2 wrong usage or trouble with the\n"
+    "device, 3 no answer in time.\n"
     "\n"
     "Examples:\n"
     "  vcictl time                                once\n"
@@ -37,7 +37,7 @@ TimeCommand::TimeCommand(CLI::App& app) {
               "Ask N times; 0: until Ctrl-C", "N", "1");
     AddNumber(app, "--interval", interval_, kMostMilliseconds, "Time from one request to the next",
               "MS", "1000");
-    AddNumber(app, "--wait", wait_, kMostMilliseconds, "Time limit of an answer", "MS", "1000");
+    AddWait(app, wait_);
 }
 
 ExitStatus TimeCommand::Run(Tool& tool) {
@@ -62,7 +62,7 @@ ExitStatus TimeCommand::Run(Tool& tool) {
 
 ExitStatus TimeCommand::Sample(Tool& tool, vcihost::Transport& transport) {
     vcihost::Session session(transport);
-    const auto answer = Ask(session, vcihost::SyncRequest(), std::chrono::milliseconds(wait_));
+    const auto answer = Ask(session, vcihost::SyncRequest(), wait_);
     const uint64_t host = WallClock();
     if (answer.status != kExitOk) {
         return answer.status;

@@ -18,6 +18,6 @@ class TimeCommand : public Command {
     bool json_ = false;
     uint64_t count_ = 1;       // samples; 0 for as many as come until a signal
     uint64_t interval_ = 1000; // milliseconds from one request to the next
-    uint64_t wait_ = 1000;     // milliseconds for an answer
+    std::chrono::milliseconds wait_ = kAnswerWait;
     vcihost::ClockRate rate_;
 };

@@ -44,8 +44,8 @@ std::string IdText(uint32_t id, bool extended) {
 
 } // namespace
 
-Bytes RecordSwitchRequest(uint8_t channel, bool on) {
-    return {DATA_RECORD_SERVICE_GID, kRecordSwitchSid,
+Bytes CanRecordSwitchRequest(uint8_t channel, bool on) {
+    return {DATA_RECORD_SERVICE_GID, kCanRecordSwitchSid,
             static_cast<uint8_t>(channel + kFirstCanCode), static_cast<uint8_t>(on)};
 }
 

@@ -11,7 +11,7 @@
 namespace vcihost {
 
 // Service ids of group 9.
-constexpr uint8_t kRecordSwitchSid = 22;
+constexpr uint8_t kCanRecordSwitchSid = 22;
 constexpr uint8_t kCanFrameRecordSid = 25;
 
 // Service id of group 104.
@@ -19,7 +19,7 @@ constexpr uint8_t kCanErrorRecordSid = 6;
 
 // Service section that switches the record of a channel, 0 to 5, on or off. The answer carries the
 // device time and does not tell what was before.
-Bytes RecordSwitchRequest(uint8_t channel, bool on);
+Bytes CanRecordSwitchRequest(uint8_t channel, bool on);
 
 // One frame that a channel has sent or received. Borrows the message's bytes.
 struct CanFrameRecord {

@@ -27,7 +27,7 @@ constexpr size_t kTimingSize = 13;
 constexpr size_t kEntryHead = 7; // of a periodic entry, the longest: identifier, period, flags
 constexpr size_t kHead = 4;      // gid, sid, channel, count
 // A full request of the longest entries is far from the longest that the device takes.
-static_assert(kHead + kMostCanEntries * (kEntryHead + kMostFdBytes) <= 65989);
+static_assert(kHead + kMostCanEntries * (kEntryHead + kMostFdBytes) <= kLongestService);
 
 uint8_t Code(uint8_t channel) {
     return static_cast<uint8_t>(channel + kFirstCanCode);

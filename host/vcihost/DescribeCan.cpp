@@ -1,7 +1,6 @@
 #include "common/GlobalEnums.h"
 #include "vcihost/CanRequest.h"
-#include "vcihost/Describe.h"
-#include "vcihost/DeviceTime.h"
+#include "vcihost/DescribeParts.h"
 #include "vcihost/Notation.h"
 
 #include <fmt/format.h>
@@ -10,22 +9,6 @@
 namespace vcihost {
 
 namespace {
-
-constexpr size_t kTimeLength = 8;
-
-std::string ChannelText(uint8_t code) {
-    const auto channel = static_cast<uint8_t>(code - kFirstCanCode);
-    return channel < kCanChannels ? CanChannelName(channel)
-                                  : fmt::format("channel {} (no CAN channel)", code);
-}
-
-// A byte that is 0 or 1.
-std::string Choice(uint8_t value, const char* zero, const char* one) {
-    if (value > 1) {
-        return fmt::format("{} (no choice)", value);
-    }
-    return value == 0 ? zero : one;
-}
 
 std::string PhaseText(const BitTiming& timing) {
     std::string text = fmt::format("brp {} sjw {} seg1 {} seg2 {}", timing.brp, timing.sjw,
@@ -52,7 +35,7 @@ std::optional<Words> Timing(std::span<const uint8_t> payload) {
     const uint8_t type = reader.U8();
     const uint8_t listen = reader.U8();
     const BitTiming nominal = ReadPhase(reader);
-    Words words{fmt::format("can timing: {}, {}, {}, nominal {}", ChannelText(code),
+    Words words{fmt::format("can timing: {}, {}, {}, nominal {}", CanCodeText(code),
                             Choice(type, "classic", "CAN FD"),
                             Choice(listen, "normal", "listen-only"), PhaseText(nominal)),
                 {{"channel", uint64_t{code}},
@@ -78,7 +61,7 @@ std::optional<Words> SecondPoint(std::span<const uint8_t> payload) {
         return std::nullopt;
     }
     return Words{
-        fmt::format("second sample point: {}, {}", ChannelText(payload[0]),
+        fmt::format("second sample point: {}, {}", CanCodeText(payload[0]),
                     Choice(payload[1], "off", fmt::format("offset {}", payload[2]).c_str())),
         {{"channel", uint64_t{payload[0]}},
          {"status", uint64_t{payload[1]}},
@@ -92,7 +75,7 @@ std::optional<Words> Termination(std::span<const uint8_t> payload) {
     static constexpr const char* kSettings[] = {"no resistor", "add the first resistor",
                                                 "add the second resistor"};
     const uint8_t setting = payload[1];
-    return Words{fmt::format("termination: {}, {}", ChannelText(payload[0]),
+    return Words{fmt::format("termination: {}, {}", CanCodeText(payload[0]),
                              setting <= kMostTermination
                                  ? kSettings[setting]
                                  : fmt::format("{} (no setting)", setting).c_str()),
@@ -103,7 +86,7 @@ std::optional<Words> Status(std::span<const uint8_t> payload) {
     if (payload.size() != 2) {
         return std::nullopt;
     }
-    return Words{fmt::format("can status: {}, {}", ChannelText(payload[0]),
+    return Words{fmt::format("can status: {}, {}", CanCodeText(payload[0]),
                              Choice(payload[1], "close", "open")),
                  {{"channel", uint64_t{payload[0]}}, {"open", uint64_t{payload[1]}}}};
 }
@@ -112,7 +95,7 @@ std::optional<Words> Mode(std::span<const uint8_t> payload) {
     if (payload.size() != 2) {
         return std::nullopt;
     }
-    return Words{fmt::format("controller mode: {}, {}", ChannelText(payload[0]),
+    return Words{fmt::format("controller mode: {}, {}", CanCodeText(payload[0]),
                              Choice(payload[1], "normal", "listen-only")),
                  {{"channel", uint64_t{payload[0]}}, {"listen", uint64_t{payload[1]}}}};
 }
@@ -139,7 +122,7 @@ std::optional<Words> Entries(const char* name, std::span<const uint8_t> payload,
         return std::nullopt;
     }
     return Words{
-        fmt::format("{}: {}, {}", name, ChannelText(code), count == 0 ? "nothing" : frames.c_str()),
+        fmt::format("{}: {}, {}", name, CanCodeText(code), count == 0 ? "nothing" : frames.c_str()),
         {{"channel", uint64_t{code}}, {"count", uint64_t{count}}, {"frames", frames}}};
 }
 
@@ -158,44 +141,25 @@ std::optional<Words> Silent(std::span<const uint8_t> payload) {
     if (!reader.ok() || reader.Left() > 0) {
         return std::nullopt;
     }
-    return Words{fmt::format("send without answer: {}, {}", ChannelText(code), frame),
+    return Words{fmt::format("send without answer: {}, {}", CanCodeText(code), frame),
                  {{"channel", uint64_t{code}}, {"frames", frame}}};
-}
-
-std::optional<Words> ShortAnswer(std::span<const uint8_t> payload) {
-    if (!payload.empty()) {
-        return std::nullopt;
-    }
-    return Words{"done", {}};
-}
-
-std::optional<Words> TimedAnswer(const char* what, std::span<const uint8_t> payload) {
-    if (payload.size() != kTimeLength) {
-        return std::nullopt;
-    }
-    const uint64_t time = WireReader(payload).U64();
-    return Words{fmt::format("{}, device time {}", what, TimeText(time)), {{"device_ns", time}}};
-}
-
-std::optional<Words> DoneAnswer(std::span<const uint8_t> payload) {
-    return TimedAnswer("done", payload);
 }
 
 // The device has not looked at the entries yet.
 std::optional<Words> AcceptedAnswer(std::span<const uint8_t> payload) {
-    return TimedAnswer("accepted", payload);
+    return TimeWords("accepted, ", payload);
 }
 
 constexpr uint8_t kSetUp = NET_CONFIG_SERVICE_GID;
 constexpr uint8_t kSend = SEND_NET_FRAME_SERVICE_GID;
 constexpr ServiceWords kServices[] = {
-    {kSetUp, kCanTimingSid, false, "can timing", Timing, ShortAnswer},
-    {kSetUp, kCanSecondPointSid, false, "second sample point", SecondPoint, ShortAnswer},
-    {kSetUp, kCanTerminationSid, false, "termination", Termination, ShortAnswer},
-    {kSetUp, kCanStatusSid, false, "can status", Status, DoneAnswer},
-    {kSetUp, kCanModeSid, false, "controller mode", Mode, ShortAnswer},
+    {kSetUp, kCanTimingSid, false, "can timing", Timing, DoneWords},
+    {kSetUp, kCanSecondPointSid, false, "second sample point", SecondPoint, DoneWords},
+    {kSetUp, kCanTerminationSid, false, "termination", Termination, DoneWords},
+    {kSetUp, kCanStatusSid, false, "can status", Status, DoneAtWords},
+    {kSetUp, kCanModeSid, false, "controller mode", Mode, DoneWords},
     {kSend, kCanPeriodicSid, false, "periodic send", Periodic, AcceptedAnswer},
-    {kSend, kCanBurstSid, false, "burst send", Burst, DoneAnswer},
+    {kSend, kCanBurstSid, false, "burst send", Burst, DoneAtWords},
     {kSend, kCanSilentSid, false, "send without answer", Silent, nullptr},
 };
 

@@ -1,6 +1,5 @@
 #include "common/GlobalEnums.h"
-#include "utils/WireFormat.h"
-#include "vcihost/Describe.h"
+#include "vcihost/DescribeParts.h"
 #include "vcihost/DeviceInfo.h"
 #include "vcihost/DeviceTime.h"
 
@@ -12,14 +11,6 @@ namespace vcihost {
 namespace {
 
 constexpr uint8_t kGid = DEV_CFG_SERVICE_GID;
-constexpr size_t kTimeLength = 8;
-
-template <const char* const& Name> std::optional<Words> Plain(std::span<const uint8_t> payload) {
-    if (!payload.empty()) {
-        return std::nullopt;
-    }
-    return Words{Name, {}};
-}
 
 constexpr const char* kReset = "reset the board";
 constexpr const char* kVersion = "device version";
@@ -28,7 +19,6 @@ constexpr const char* kTime = "device time";
 constexpr const char* kUid = "device uid";
 constexpr const char* kBuild = "device build";
 constexpr const char* kSerial = "write the serial number";
-constexpr const char* kDone = "done";
 
 // Digits of a serial number as they stand, other bytes as dots.
 std::string Printable(std::span<const uint8_t> bytes) {
@@ -49,24 +39,16 @@ std::optional<Words> Serial(std::span<const uint8_t> payload) {
                  {{"serial", Printable(payload)}}};
 }
 
-std::optional<Words> TimeAnswer(const char* what, std::span<const uint8_t> payload) {
-    if (payload.size() != kTimeLength) {
-        return std::nullopt;
-    }
-    const uint64_t time = WireReader(payload).U64();
-    return Words{fmt::format("{}device time {}", what, TimeText(time)), {{"device_ns", time}}};
-}
-
 std::optional<Words> Time(std::span<const uint8_t> payload) {
-    return TimeAnswer("", payload);
+    return TimeWords("", payload);
 }
 
 std::optional<Words> Reset(std::span<const uint8_t> payload) {
-    return TimeAnswer("the board goes down, ", payload);
+    return TimeWords("the board goes down, ", payload);
 }
 
 std::optional<Words> Cleared(std::span<const uint8_t> payload) {
-    return TimeAnswer("cleared and started again, ", payload);
+    return TimeWords("cleared and started again, ", payload);
 }
 
 std::optional<Words> VersionAnswer(std::span<const uint8_t> payload) {
@@ -105,13 +87,13 @@ std::optional<Words> UidAnswer(std::span<const uint8_t> payload) {
 }
 
 constexpr ServiceWords kServices[] = {
-    {kGid, kDeviceResetSid, false, kReset, Plain<kReset>, Reset},
-    {kGid, kDeviceVersionSid, false, kVersion, Plain<kVersion>, VersionAnswer},
-    {kGid, kDeviceClearSid, false, kClear, Plain<kClear>, Cleared},
-    {kGid, kDeviceTimeSid, false, kTime, Plain<kTime>, Time},
-    {kGid, kDeviceUidSid, false, kUid, Plain<kUid>, UidAnswer},
-    {kGid, kDeviceBuildSid, false, kBuild, Plain<kBuild>, BuildAnswer},
-    {kGid, kDeviceSerialSid, false, kSerial, Serial, Plain<kDone>},
+    {kGid, kDeviceResetSid, false, kReset, PlainWords<kReset>, Reset},
+    {kGid, kDeviceVersionSid, false, kVersion, PlainWords<kVersion>, VersionAnswer},
+    {kGid, kDeviceClearSid, false, kClear, PlainWords<kClear>, Cleared},
+    {kGid, kDeviceTimeSid, false, kTime, PlainWords<kTime>, Time},
+    {kGid, kDeviceUidSid, false, kUid, PlainWords<kUid>, UidAnswer},
+    {kGid, kDeviceBuildSid, false, kBuild, PlainWords<kBuild>, BuildAnswer},
+    {kGid, kDeviceSerialSid, false, kSerial, Serial, DoneWords},
 };
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "common/GlobalEnums.h"
 #include "utils/WireFormat.h"
-#include "vcihost/Describe.h"
+#include "vcihost/DescribeParts.h"
 #include "vcihost/DeviceTime.h"
 #include "vcihost/IoRequest.h"
 #include "vcihost/IoSample.h"
@@ -13,12 +13,10 @@ namespace vcihost {
 namespace {
 
 constexpr uint8_t kGid = IOADC_SERVICE_GID;
-constexpr size_t kTimeLength = 8;
 constexpr size_t kEntrySize = 2;
 
 std::string SwitchText(const char* what, uint8_t state) {
-    return state > 1 ? fmt::format("{}: {} (no state)", what, state)
-                     : fmt::format("{}: {}", what, state == 1 ? "on" : "off");
+    return fmt::format("{}: {}", what, Choice(state, "off", "on", "state"));
 }
 
 std::optional<Words> Open(std::span<const uint8_t> payload) {
@@ -34,10 +32,8 @@ std::optional<Words> Outputs(std::span<const uint8_t> payload) {
     }
     std::string text = "IO outputs:";
     for (size_t at = 1; at < payload.size(); at += kEntrySize) {
-        const uint8_t level = payload[at + 1];
-        const char* const word = level == 1 ? "high" : "low";
         text += fmt::format("{} {} {}", at > 1 ? "," : "", payload[at],
-                            level > 1 ? fmt::format("{} (no level)", level) : word);
+                            Choice(payload[at + 1], "low", "high", "level"));
     }
     return Words{payload[0] == 0 ? text + " none" : text, {{"count", uint64_t{payload[0]}}}};
 }
@@ -57,14 +53,6 @@ std::optional<Words> Trigger(std::span<const uint8_t> payload) {
     return Words{SwitchText("IO triggers", payload[0]), {{"on", uint64_t{payload[0]}}}};
 }
 
-std::optional<Words> Done(std::span<const uint8_t> payload) {
-    if (payload.size() != kTimeLength) {
-        return std::nullopt;
-    }
-    const uint64_t time = WireReader(payload).U64();
-    return Words{"done, device time " + TimeText(time), {{"device_ns", time}}};
-}
-
 std::optional<Words> Sample(std::span<const uint8_t> payload) {
     const auto sample = IoSample::From({kGid, kIoSampleSid, {}, payload, {}});
     if (!sample) {
@@ -80,11 +68,11 @@ std::optional<Words> Sample(std::span<const uint8_t> payload) {
 }
 
 constexpr ServiceWords kServices[] = {
-    {kGid, kIoOpenSid, false, "IO samples", Open, Done},
-    {kGid, kIoOutputSid, false, "IO outputs", Outputs, Done},
-    {kGid, kIoPeriodSid, false, "IO sample period", Period, Done},
+    {kGid, kIoOpenSid, false, "IO samples", Open, DoneAtWords},
+    {kGid, kIoOutputSid, false, "IO outputs", Outputs, DoneAtWords},
+    {kGid, kIoPeriodSid, false, "IO sample period", Period, DoneAtWords},
     {kGid, kIoSampleSid, true, "IO sample", nullptr, Sample},
-    {kGid, kIoTriggerSid, false, "IO triggers", Trigger, Done},
+    {kGid, kIoTriggerSid, false, "IO triggers", Trigger, DoneAtWords},
 };
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "common/GlobalEnums.h"
 #include "utils/WireFormat.h"
-#include "vcihost/Describe.h"
+#include "vcihost/DescribeParts.h"
 #include "vcihost/LinRequest.h"
 
 #include <algorithm>
@@ -13,19 +13,6 @@ namespace vcihost {
 namespace {
 
 constexpr uint8_t kGid = LIN_MESSAGE_SERVICE_GID;
-
-std::string ChannelText(uint8_t channel) {
-    return channel < kLinChannels ? LinChannelName(channel)
-                                  : fmt::format("channel {} (no LIN channel)", channel);
-}
-
-// A byte that is 0 or 1.
-std::string Choice(uint8_t value, const char* zero, const char* one) {
-    if (value > 1) {
-        return fmt::format("{} (no choice)", value);
-    }
-    return value == 0 ? zero : one;
-}
 
 // The device does not mask the identifier that it makes a protected one of.
 std::string IdText(uint8_t id) {
@@ -67,7 +54,7 @@ std::optional<Words> List(const char* name, std::span<const uint8_t> payload, Re
         return std::nullopt;
     }
     return Words{
-        fmt::format("{}: {}, {}", name, ChannelText(channel),
+        fmt::format("{}: {}, {}", name, LinChannelText(channel),
                     count == 0 ? "nothing" : entries.c_str()),
         {{"channel", uint64_t{channel}}, {"count", uint64_t{count}}, {"entries", entries}}};
 }
@@ -103,7 +90,7 @@ std::optional<Words> Role(std::span<const uint8_t> payload) {
     }
     // Any value but 0 makes a commander.
     const char* const role = setting->value == 0 ? "responder" : "commander";
-    return Words{fmt::format("lin role: {}, {}", ChannelText(setting->channel), role),
+    return Words{fmt::format("lin role: {}, {}", LinChannelText(setting->channel), role),
                  {{"channel", uint64_t{setting->channel}}, {"role", uint64_t{setting->value}}}};
 }
 
@@ -115,7 +102,7 @@ std::optional<Words> Clear(std::span<const uint8_t> payload) {
     static constexpr const char* kWhat[] = {"the table", "the responses",
                                             "the table and the responses"};
     const uint8_t what = setting->value;
-    return Words{fmt::format("clear lin: {}, {}", ChannelText(setting->channel),
+    return Words{fmt::format("clear lin: {}, {}", LinChannelText(setting->channel),
                              what < std::size(kWhat) ? kWhat[what]
                                                      : fmt::format("{} (nothing)", what).c_str()),
                  {{"channel", uint64_t{setting->channel}}, {"what", uint64_t{what}}}};
@@ -126,7 +113,7 @@ std::optional<Words> Schedule(std::span<const uint8_t> payload) {
     if (!setting) {
         return std::nullopt;
     }
-    return Words{fmt::format("lin schedule: {}, {}", ChannelText(setting->channel),
+    return Words{fmt::format("lin schedule: {}, {}", LinChannelText(setting->channel),
                              Choice(setting->value, "stop", "run")),
                  {{"channel", uint64_t{setting->channel}}, {"run", uint64_t{setting->value}}}};
 }
@@ -156,8 +143,8 @@ std::optional<Words> Send(std::span<const uint8_t> payload) {
     return Words{
         fmt::format("lin send: {}, {}, PID {:02X}, sync {:02X}, break {} + {}, inter-byte {}, "
                     "spaces {}, bit rates {} {}",
-                    ChannelText(channel), frame, pid, sync, breakLength, breakDelimiter, interByte,
-                    ToSpacedHex(spaces), headerRate, responseRate),
+                    LinChannelText(channel), frame, pid, sync, breakLength, breakDelimiter,
+                    interByte, ToSpacedHex(spaces), headerRate, responseRate),
         {{"channel", uint64_t{channel}},
          {"frame", frame},
          {"length", uint64_t{length}},
@@ -183,8 +170,8 @@ std::optional<Words> Sleep(std::span<const uint8_t> payload) {
     if (!reader.ok() || reader.Left() > 0) {
         return std::nullopt;
     }
-    std::string text =
-        fmt::format("lin sleep: {}, {}", ChannelText(channel), Choice(value, "sleep", "wake up"));
+    std::string text = fmt::format("lin sleep: {}, {}", LinChannelText(channel),
+                                   Choice(value, "sleep", "wake up"));
     if (value == 1) {
         text += fmt::format(", {} times, interval {}, length {}", repeats, interval, length);
     }
@@ -212,7 +199,7 @@ std::optional<Words> Disturb(std::span<const uint8_t> payload) {
         return std::nullopt;
     }
     return Words{fmt::format("lin disturb: {}, {}, {}, type {}, length {}, offset {}, field {}, {}",
-                             ChannelText(channel), on == 0 ? "off" : "on",
+                             LinChannelText(channel), on == 0 ? "off" : "on",
                              oneId ? IdText(id) : "all identifiers", type, length, offset, field,
                              counted ? fmt::format("{} times", times) : "without limit"),
                  {{"channel", uint64_t{channel}},
@@ -227,7 +214,7 @@ std::optional<Words> Disturb(std::span<const uint8_t> payload) {
                   {"times", uint64_t{times}}}};
 }
 
-std::optional<Words> Status(std::span<const uint8_t> payload) {
+std::optional<Words> Channel(std::span<const uint8_t> payload) {
     WireReader reader(payload);
     const uint8_t channel = reader.U8();
     const uint8_t open = reader.U8();
@@ -238,7 +225,7 @@ std::optional<Words> Status(std::span<const uint8_t> payload) {
         return std::nullopt;
     }
     std::string text =
-        fmt::format("lin channel: {}, {}", ChannelText(channel), Choice(open, "close", "open"));
+        fmt::format("lin channel: {}, {}", LinChannelText(channel), Choice(open, "close", "open"));
     if (open == 1) {
         text += fmt::format(", {} bit/s, {}, {} supply", bitrate,
                             version < std::size(kLinVersions)
@@ -254,24 +241,17 @@ std::optional<Words> Status(std::span<const uint8_t> payload) {
                   {"supply", uint64_t{supply}}}};
 }
 
-std::optional<Words> Answer(std::span<const uint8_t> payload) {
-    if (!payload.empty()) {
-        return std::nullopt;
-    }
-    return Words{"done", {}};
-}
-
 constexpr ServiceWords kServices[] = {
-    {kGid, kLinTableSid, false, "lin schedule table", Table, Answer},
-    {kGid, kLinRoleSid, false, "lin role", Role, Answer},
-    {kGid, kLinResponseSid, false, "lin response", Response, Answer},
-    {kGid, kLinResponseDeleteSid, false, "delete lin response", ResponseDelete, Answer},
-    {kGid, kLinClearSid, false, "clear lin", Clear, Answer},
-    {kGid, kLinScheduleSid, false, "lin schedule", Schedule, Answer},
-    {kGid, kLinSendSid, false, "lin send", Send, Answer},
-    {kGid, kLinSleepSid, false, "lin sleep", Sleep, Answer},
-    {kGid, kLinDisturbSid, false, "lin disturb", Disturb, Answer},
-    {kGid, kLinStatusSid, false, "lin channel", Status, Answer},
+    {kGid, kLinTableSid, false, "lin schedule table", Table, DoneWords},
+    {kGid, kLinRoleSid, false, "lin role", Role, DoneWords},
+    {kGid, kLinResponseSid, false, "lin response", Response, DoneWords},
+    {kGid, kLinResponseDeleteSid, false, "delete lin response", ResponseDelete, DoneWords},
+    {kGid, kLinClearSid, false, "clear lin", Clear, DoneWords},
+    {kGid, kLinScheduleSid, false, "lin schedule", Schedule, DoneWords},
+    {kGid, kLinSendSid, false, "lin send", Send, DoneWords},
+    {kGid, kLinSleepSid, false, "lin sleep", Sleep, DoneWords},
+    {kGid, kLinDisturbSid, false, "lin disturb", Disturb, DoneWords},
+    {kGid, kLinChannelSid, false, "lin channel", Channel, DoneWords},
 };
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "common/GlobalEnums.h"
 #include "utils/WireFormat.h"
 #include "vcihost/CanRecord.h"
-#include "vcihost/Describe.h"
+#include "vcihost/DescribeParts.h"
 #include "vcihost/DeviceTime.h"
 #include "vcihost/LinRecord.h"
 
@@ -13,29 +13,15 @@ namespace vcihost {
 namespace {
 
 constexpr uint8_t kGid = DATA_RECORD_SERVICE_GID;
-constexpr size_t kTimeLength = 8;
 
 std::optional<Words> Switch(std::span<const uint8_t> payload) {
     if (payload.size() != 2) {
         return std::nullopt;
     }
-    const auto channel = static_cast<uint8_t>(payload[0] - kFirstCanCode);
     const uint8_t state = payload[1];
-    const std::string name = channel < kCanChannels
-                                 ? CanChannelName(channel)
-                                 : fmt::format("channel {} (no CAN channel)", payload[0]);
-    const char* const text = state == 1 ? "on" : "off";
-    return Words{fmt::format("record switch: {}, {}", name,
-                             state > 1 ? fmt::format("{} (no state)", state) : text),
+    return Words{fmt::format("record switch: {}, {}", CanCodeText(payload[0]),
+                             Choice(state, "off", "on", "state")),
                  {{"channel", uint64_t{payload[0]}}, {"on", uint64_t{state}}}};
-}
-
-std::optional<Words> SwitchAnswer(std::span<const uint8_t> payload) {
-    if (payload.size() != kTimeLength) {
-        return std::nullopt;
-    }
-    const uint64_t time = WireReader(payload).U64();
-    return Words{"done, device time " + TimeText(time), {{"device_ns", time}}};
 }
 
 // Entries of channel and state; the device takes one.
@@ -46,11 +32,8 @@ std::optional<Words> LinSwitch(std::span<const uint8_t> payload) {
     for (unsigned i = 0; i < count && reader.ok(); ++i) {
         const uint8_t channel = reader.U8();
         const bool on = reader.U8() != 0;
-        entries += fmt::format("{}{}, {}", i > 0 ? ", " : "",
-                               channel < kLinChannels
-                                   ? LinChannelName(channel)
-                                   : fmt::format("channel {} (no LIN channel)", channel),
-                               on ? "on" : "off");
+        entries +=
+            fmt::format("{}{}, {}", i > 0 ? ", " : "", LinChannelText(channel), on ? "on" : "off");
     }
     if (!reader.ok() || reader.Left() > 0) {
         return std::nullopt;
@@ -111,8 +94,8 @@ std::optional<Words> Frame(std::span<const uint8_t> payload) {
 }
 
 constexpr ServiceWords kServices[] = {
-    {kGid, kLinRecordSwitchSid, false, "lin record switch", LinSwitch, SwitchAnswer},
-    {kGid, kRecordSwitchSid, false, "record switch", Switch, SwitchAnswer},
+    {kGid, kLinRecordSwitchSid, false, "lin record switch", LinSwitch, DoneAtWords},
+    {kGid, kCanRecordSwitchSid, false, "record switch", Switch, DoneAtWords},
     {kGid, kCanFrameRecordSid, true, "CAN frame record", nullptr, Frame},
     {kGid, kLinFrameRecordSid, true, "LIN frame record", nullptr, LinFrameWords},
     {kGid, kLinWakeupRecordSid, true, "LIN wake-up record", nullptr, LinWakeupWords},

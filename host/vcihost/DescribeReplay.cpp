@@ -1,8 +1,7 @@
 #include "common/GlobalEnums.h"
 #include "utils/WireFormat.h"
-#include "vcihost/CanChannel.h"
 #include "vcihost/CanRequest.h"
-#include "vcihost/Describe.h"
+#include "vcihost/DescribeParts.h"
 #include "vcihost/ReplayRequest.h"
 
 #include <fmt/format.h>
@@ -15,19 +14,11 @@ namespace {
 constexpr uint8_t kGid = CAN_REPLAY_SERVICE_GID;
 constexpr unsigned kMostShown = 8; // frames of a batch
 
-template <const char* const& Name> std::optional<Words> Plain(std::span<const uint8_t> payload) {
-    if (!payload.empty()) {
-        return std::nullopt;
-    }
-    return Words{Name, {}};
-}
-
 constexpr const char* kFinish = "replay finish: no more data comes";
 constexpr const char* kCancel = "replay cancel";
 constexpr const char* kPause = "replay pause";
 constexpr const char* kContinue = "replay continue";
 constexpr const char* kReady = "ready for replay data";
-constexpr const char* kDone = "done";
 
 std::optional<Words> Data(std::span<const uint8_t> payload) {
     WireReader reader(payload);
@@ -38,10 +29,7 @@ std::optional<Words> Data(std::span<const uint8_t> payload) {
         const uint32_t interval = reader.U32();
         const CanFrame frame = ReadCanFrame(reader);
         if (i < kMostShown) {
-            frames += fmt::format("{}{} {} after {} us", i > 0 ? ", " : "",
-                                  channel < kCanChannels
-                                      ? CanChannelName(channel)
-                                      : fmt::format("channel {} (no CAN channel)", channel),
+            frames += fmt::format("{}{} {} after {} us", i > 0 ? ", " : "", CanChannelText(channel),
                                   CanFrameText(frame), interval);
         }
     }
@@ -64,11 +52,11 @@ std::optional<Words> End(std::span<const uint8_t> payload) {
 
 constexpr ServiceWords kServices[] = {
     {kGid, kReplayDataSid, false, "replay data", Data, nullptr},
-    {kGid, kReplayReadySid, true, "ready for replay data", nullptr, Plain<kReady>},
-    {kGid, kReplayFinishSid, false, "replay finish", Plain<kFinish>, Plain<kDone>},
-    {kGid, kReplayCancelSid, false, "replay cancel", Plain<kCancel>, Plain<kDone>},
-    {kGid, kReplayPauseSid, false, "replay pause", Plain<kPause>, Plain<kDone>},
-    {kGid, kReplayContinueSid, false, "replay continue", Plain<kContinue>, Plain<kDone>},
+    {kGid, kReplayReadySid, true, "ready for replay data", nullptr, PlainWords<kReady>},
+    {kGid, kReplayFinishSid, false, "replay finish", PlainWords<kFinish>, DoneWords},
+    {kGid, kReplayCancelSid, false, "replay cancel", PlainWords<kCancel>, DoneWords},
+    {kGid, kReplayPauseSid, false, "replay pause", PlainWords<kPause>, DoneWords},
+    {kGid, kReplayContinueSid, false, "replay continue", PlainWords<kContinue>, DoneWords},
     {kGid, kReplayEndSid, true, "replay end", nullptr, End},
 };
 

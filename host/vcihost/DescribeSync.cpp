@@ -1,6 +1,5 @@
 #include "common/GlobalEnums.h"
-#include "utils/WireFormat.h"
-#include "vcihost/Describe.h"
+#include "vcihost/DescribeParts.h"
 #include "vcihost/DeviceTime.h"
 
 #include <fmt/format.h>
@@ -10,21 +9,14 @@ namespace vcihost {
 
 namespace {
 
-constexpr size_t kTimeLength = 8;
-
-std::optional<Words> Request(std::span<const uint8_t> payload) {
-    if (!payload.empty()) {
-        return std::nullopt;
-    }
-    return Words{"sync request", {}};
-}
+constexpr const char* kRequest = "sync request";
 
 std::optional<Words> FollowUp(std::span<const uint8_t> payload) {
-    if (payload.size() != kTimeLength) {
+    const auto time = ReadTime(payload);
+    if (!time) {
         return std::nullopt;
     }
-    const uint64_t time = WireReader(payload).U64();
-    return Words{"sync follow-up, host time " + TimeText(time), {{"host_ns", time}}};
+    return Words{"sync follow-up, host time " + TimeText(*time), {{"host_ns", *time}}};
 }
 
 std::optional<Words> Node(std::span<const uint8_t> payload) {
@@ -55,28 +47,15 @@ std::optional<Words> State(std::span<const uint8_t> payload) {
 }
 
 std::optional<Words> TimeAnswer(std::span<const uint8_t> payload) {
-    if (payload.size() != kTimeLength) {
-        return std::nullopt;
-    }
-    const uint64_t time = WireReader(payload).U64();
-    return Words{"device time " + TimeText(time), {{"device_ns", time}}};
-}
-
-// The same bytes, of a service that has done something.
-std::optional<Words> DoneAnswer(std::span<const uint8_t> payload) {
-    auto words = TimeAnswer(payload);
-    if (words) {
-        words->text = "done, " + words->text;
-    }
-    return words;
+    return TimeWords("", payload);
 }
 
 constexpr uint8_t kGid = DEVICE_SYNCHRONIZATION_SERVICE_GID;
 constexpr ServiceWords kServices[] = {
-    {kGid, kSyncRequestSid, false, "sync request", Request, TimeAnswer},
+    {kGid, kSyncRequestSid, false, kRequest, PlainWords<kRequest>, TimeAnswer},
     {kGid, kSyncFollowUpSid, false, "sync follow-up", FollowUp, TimeAnswer},
-    {kGid, kSyncNodeSid, false, "sync node", Node, DoneAnswer},
-    {kGid, kSyncStateSid, false, "sync state", State, DoneAnswer},
+    {kGid, kSyncNodeSid, false, "sync node", Node, DoneAtWords},
+    {kGid, kSyncStateSid, false, "sync state", State, DoneAtWords},
 };
 
 } // namespace

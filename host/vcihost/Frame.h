@@ -18,6 +18,11 @@ constexpr size_t kHandleSize = 4;
 constexpr size_t kShortestService = 2;  // gid and sid
 constexpr size_t kShortestMessage = 16; // a frame whose service section is gid and sid alone
 
+// The longest request that the device takes, its kReqMsgSize, and the service section of it.
+constexpr size_t kLongestRequest = 66000;
+constexpr size_t kShortestTail = 2;
+constexpr size_t kLongestService = kLongestRequest - kServiceOffset - kHandleSize - kShortestTail;
+
 // A request around a service section, of any size from 0 on. The tail is zero.
 // Throws std::length_error for a section that a 32-bit length field cannot tell.
 Bytes BuildFrame(std::span<const uint8_t> service, uint32_t handle = 0);

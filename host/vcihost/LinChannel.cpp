@@ -2,6 +2,9 @@
 
 #include "vcihost/Notation.h"
 
+#include <cmath>
+#include <limits>
+
 #include <fmt/format.h>
 
 namespace vcihost {
@@ -13,13 +16,23 @@ uint8_t ParseLinChannel(std::string_view text) {
             return channel;
         }
     }
-    throw NotationError(fmt::format("'{}' is no LIN channel; there are lin0 and lin1, or 0 and 1, "
-                                    "or 50 and 51 as the device lists them",
-                                    text));
+    throw NotationError(
+        fmt::format("'{}' is no LIN channel; there are lin0 and lin1, or 0 and 1", text));
 }
 
 std::string LinChannelName(uint8_t channel) {
     return fmt::format("lin{}", channel);
+}
+
+uint16_t ParseLinBitRate(const std::string& name, std::string_view text) {
+    constexpr auto kMost = std::numeric_limits<uint16_t>::max();
+    const double rate = ParseBitRate(name, text);
+    if (rate > kMost || rate != std::floor(rate)) {
+        throw NotationError(fmt::format("{}: '{}' is no LIN bit rate; write whole bit/s up to {}, "
+                                        "most buses have 9600 or 19200",
+                                        name, text, kMost));
+    }
+    return static_cast<uint16_t>(rate);
 }
 
 bool IsLinName(std::string_view text) {

@@ -20,6 +20,10 @@ uint8_t ParseLinChannel(std::string_view text);
 // "lin0".
 std::string LinChannelName(uint8_t channel);
 
+// The bit rate of a LIN channel in whole bit/s, as a request carries it: "19200", "10.4k". `name`
+// stands for it in the error. Throws NotationError.
+uint16_t ParseLinBitRate(const std::string& name, std::string_view text);
+
 // True for names and codes, which no CAN channel has, whether there is such a channel or not.
 bool IsLinName(std::string_view text);
 

@@ -15,7 +15,7 @@ constexpr uint8_t kGid = LIN_MESSAGE_SERVICE_GID;
 constexpr size_t kHead = 4; // gid, sid, channel, count
 constexpr size_t kTableEntry = 4;
 constexpr size_t kResponseEntry = 2 + kMostLinBytes;
-constexpr size_t kStatusSize = 8;
+constexpr size_t kChannelSize = 8;
 constexpr size_t kSendSize = 36;
 // One byte more than the fields take: the device refuses a shorter request.
 constexpr size_t kSleepSize = 11;
@@ -35,7 +35,7 @@ Bytes MakeList(uint8_t sid, uint8_t channel, size_t count, size_t most, size_t e
     return service;
 }
 
-Bytes MakeSleep(uint8_t channel, uint8_t value, const LinWakeup& wakeup) {
+Bytes MakeWakeupOrSleep(uint8_t channel, uint8_t value, const LinWakeup& wakeup) {
     Bytes service(kSleepSize);
     WireWriter(service)
         .U8(kGid)
@@ -49,11 +49,11 @@ Bytes MakeSleep(uint8_t channel, uint8_t value, const LinWakeup& wakeup) {
     return service;
 }
 
-Bytes MakeStatus(uint8_t channel, bool open, const LinSetUp& setUp) {
-    Bytes service(kStatusSize);
+Bytes MakeChannel(uint8_t channel, bool open, const LinSetUp& setUp) {
+    Bytes service(kChannelSize);
     WireWriter(service)
         .U8(kGid)
-        .U8(kLinStatusSid)
+        .U8(kLinChannelSid)
         .U8(channel)
         .U8(open ? 1 : 0)
         .U16(setUp.bitrate)
@@ -65,12 +65,12 @@ Bytes MakeStatus(uint8_t channel, bool open, const LinSetUp& setUp) {
 } // namespace
 
 Bytes LinOpenRequest(uint8_t channel, const LinSetUp& setUp) {
-    return MakeStatus(channel, true, setUp);
+    return MakeChannel(channel, true, setUp);
 }
 
 // As long as the one that opens; the device looks at nothing behind the state.
 Bytes LinCloseRequest(uint8_t channel) {
-    return MakeStatus(channel, false, {0, 0, LinSupply::Internal});
+    return MakeChannel(channel, false, {0, 0, LinSupply::Internal});
 }
 
 Bytes LinRoleRequest(uint8_t channel, bool commander) {
@@ -138,11 +138,11 @@ Bytes LinSendRequest(uint8_t channel, const LinMessage& message) {
 }
 
 Bytes LinSleepRequest(uint8_t channel) {
-    return MakeSleep(channel, kSleep, {0, 0, 0});
+    return MakeWakeupOrSleep(channel, kSleep, {0, 0, 0});
 }
 
 Bytes LinWakeRequest(uint8_t channel, const LinWakeup& wakeup) {
-    return MakeSleep(channel, kWake, wakeup);
+    return MakeWakeupOrSleep(channel, kWake, wakeup);
 }
 
 Bytes LinDisturbRequest(uint8_t channel, const LinDisturb& disturb) {

@@ -18,7 +18,7 @@ constexpr uint8_t kLinScheduleSid = 6;
 constexpr uint8_t kLinSendSid = 7;
 constexpr uint8_t kLinSleepSid = 8;
 constexpr uint8_t kLinDisturbSid = 9;
-constexpr uint8_t kLinStatusSid = 10;
+constexpr uint8_t kLinChannelSid = 10; // opens and closes it
 
 // The versions of the protocol by their numbers in a request.
 constexpr const char* kLinVersions[] = {"1.3", "2.0", "2.1", "2.2", "j2602"};

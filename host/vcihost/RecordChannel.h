@@ -27,7 +27,7 @@ struct RecordChannel {
 
     // The request that switches its record.
     Bytes SwitchRequest(bool on) const {
-        return IsLin() ? LinRecordSwitchRequest(number, on) : RecordSwitchRequest(number, on);
+        return IsLin() ? LinRecordSwitchRequest(number, on) : CanRecordSwitchRequest(number, on);
     }
 
     static RecordChannel Of(const CanFrameRecord& record) { return {Bus::Can, record.channel}; }

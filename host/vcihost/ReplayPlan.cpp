@@ -124,9 +124,8 @@ ReplayPlan ReplayPlan::Make(Trace& trace, const ReplayOptions& options) {
 void AddReplayOutput(ReplayOptions& options, const std::string& text) {
     const size_t sign = text.find('=');
     if (sign == std::string::npos || sign + 1 == text.size()) {
-        throw NotationError(fmt::format("'{}' says no way for frames; can2=can0 sends on can2 "
-                                        "what the file has of can0",
-                                        text));
+        throw NotationError(
+            fmt::format("'{}' is not OUT=IN; can2=can0 plays frames of can0 on can2", text));
     }
     const std::string interface = text.substr(sign + 1);
     if (!options.outputs.emplace(interface, ParseCanChannel(text.substr(0, sign))).second) {

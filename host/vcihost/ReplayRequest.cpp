@@ -14,9 +14,9 @@ constexpr size_t kHead = 4;      // gid, sid, number of frames
 constexpr size_t kEntryHead = 5; // channel, interval
 constexpr size_t kFrameHead = 5; // identifier, flags
 // A full ring of the longest frames is far from the longest request that the device takes.
-static_assert(kHead + kReplayRing * (kEntryHead + kFrameHead + kMostFdBytes) <= 65989);
+static_assert(kHead + kReplayRing * (kEntryHead + kFrameHead + kMostFdBytes) <= kLongestService);
 
-// Whose last byte of three, behind gid and sid, is the service that has ended.
+// The end message is gid, sid and the service that has ended.
 constexpr uint8_t kEndPayload[] = {kReplayFinishSid};
 
 } // namespace

@@ -1,13 +1,9 @@
 #include "vcihost/Trace.h"
 
-#include "vcihost/BufferedFile.h"
+#include "vcihost/InputFile.h"
 #include "vcihost/TraceReader.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 
 #include <fmt/format.h>
 
@@ -16,21 +12,13 @@ namespace vcihost {
 Trace Trace::Read(const std::string& path) {
     Trace trace;
     trace.path = path;
-    std::error_code ignored;
-    errno = 0;
-    std::ifstream input(path, std::ios::binary);
-    if (!input || std::filesystem::is_directory(path, ignored)) {
-        throw FileError(
-            fmt::format("cannot read {}: {}", path, std::strerror(input ? EISDIR : errno)));
-    }
+    std::ifstream input = OpenInput(path);
     if (IsCapture(input, path)) {
         ReadCapture(input, trace);
     } else {
         ReadLog(input, trace);
     }
-    if (input.bad()) {
-        throw FileError(fmt::format("cannot read {} to its end", path));
-    }
+    CheckReadToEnd(input, path);
     return trace;
 }
 

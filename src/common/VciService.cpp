@@ -1,5 +1,6 @@
 #include "common/VciService.h"
 
+#include "common/Refusal.h"
 #include "drivers/DevTimestamp.h"
 #include "drivers/UsbDriver.h"
 #include "utils/WireFormat.h"
@@ -9,8 +10,6 @@
 namespace {
 
 constexpr uint32_t kHandleSize = 4;
-constexpr uint32_t kNegtiveServiceLength = 5; // gid, sid, code, gid and sid that are refused
-constexpr uint32_t kNegtiveMessageLength = 16;
 constexpr int kShortServiceLength = 2; // gid, sid
 constexpr int kTimeServiceLength = 10; // gid, sid, 8 bytes of time
 
@@ -48,16 +47,9 @@ void VciService::UsbPositiveResponse(int len) {
 }
 
 void VciService::UsbNegtiveResponse(NegtiveErrorCode negtiveCode) {
-    WireWriter(respMsgData)
-        .U8(0)
-        .U32(kNegtiveServiceLength)
-        .U8(ERR_INFO_SERVICE_GID)
-        .U8(SERVICE_ERR_SID)
-        .U8(negtiveCode)
-        .U8(gid_)
-        .U8(sid_)
-        .U32(srvHandle);
-    Drivers::UsbDriver::GetInstance().UsbWrite(respMsgData, kNegtiveMessageLength);
+    WriteRefusal(std::span(respMsgData).first<kRefusalLength>(), negtiveCode, gid_, sid_,
+                 srvHandle);
+    Drivers::UsbDriver::GetInstance().UsbWrite(respMsgData, kRefusalLength);
 }
 
 void VciService::UsbShortResponse() {

@@ -1,5 +1,6 @@
 #include "modules/CanReplayThread.h"
 
+#include "common/Refusal.h"
 #include "common/UploadFrame.h"
 
 #include <algorithm>
@@ -12,32 +13,17 @@
 #include <pthread.h>
 #include <sched.h>
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
-#include <sys/timerfd.h>
-#include <unistd.h>
 
 namespace {
 
 constexpr int kPushTries = 3;
 constexpr std::chrono::microseconds kPushWait{100};
 
-// Intervals in microseconds. The timer is set short by what waking up costs, except where that
-// would be a large part of the interval.
-constexpr int32_t kAtOnce = 0;
-constexpr int32_t kDisarm = -1;
-constexpr int32_t kLongestUncorrected = 100;
-constexpr int32_t kWakeCost = 20;
+// Microseconds.
 constexpr int32_t kBeforeFinish = 1000;
 constexpr int32_t kClosingWait = 100000; // for the last frames to leave the bus
 
-constexpr long kSoonestNs = 10; // 0 would disarm
-constexpr int32_t kUsPerSecond = 1000000;
-constexpr long kNsPerUs = 1000;
-
 constexpr uint8_t kEndOfReplay = 128;
-
-constexpr uint32_t kRefusalServiceLength = 5; // gid, sid, code, gid and sid that are refused
-constexpr size_t kRefusalLength = 16;
 
 // While this lives, signals stay away from this thread and from those that it starts.
 class SignalsBlocked {
@@ -58,15 +44,7 @@ class SignalsBlocked {
 // A refusal from beside the main thread, whose buffer for them is in use.
 void SendRefusal(NegtiveErrorCode code, uint8_t gid, uint8_t sid, uint32_t handle) {
     std::array<uint8_t, kRefusalLength> frame{};
-    WireWriter(frame)
-        .U8(0)
-        .U32(kRefusalServiceLength)
-        .U8(ERR_INFO_SERVICE_GID)
-        .U8(SERVICE_ERR_SID)
-        .U8(code)
-        .U8(gid)
-        .U8(sid)
-        .U32(handle);
+    WriteRefusal(frame, code, gid, sid, handle);
     Drivers::UsbDriver::GetInstance().UsbWrite(frame.data(), kRefusalLength);
 }
 
@@ -102,15 +80,7 @@ void CanReplayThread::Join() {
         return;
     }
     replayThread.join();
-    CleanupEpollTimer();
-    wakeFd.reset();
-}
-
-// Not by way of the timer, which may have failed.
-void CanReplayThread::Wake() {
-    if (wakeFd) {
-        eventfd_write(wakeFd.get(), 1); // fails where billions of wake-ups wait: one is enough
-    }
+    timer_.Close();
 }
 
 void CanReplayThread::BeginBatch() {
@@ -145,7 +115,7 @@ NegtiveErrorCode CanReplayThread::Play() {
         SendReplayReadySignal(); // the thread has sent all and kept still, for the earlier signal
     }
     if (alive) {
-        Wake(); // for a ring that had run empty; otherwise the thread finds nothing to do
+        timer_.Wake(); // for a ring that had run empty; otherwise the thread finds nothing to do
         return NO_ERROR;
     }
     if (failed) { // while this batch came, and has told the host
@@ -158,7 +128,7 @@ NegtiveErrorCode CanReplayThread::Play() {
 }
 
 NegtiveErrorCode CanReplayThread::Start() {
-    if (!InitEpollTimer()) {
+    if (!timer_.InitEpollTimer()) {
         return OPEN_FILE_FAILED;
     }
     restartTimer = false;
@@ -171,8 +141,7 @@ NegtiveErrorCode CanReplayThread::Start() {
             replayThread = std::thread([this] { ReplayThreadFunc(); });
         } catch (const std::system_error&) { // too many threads
             threadRunning = false;
-            CleanupEpollTimer();
-            wakeFd.reset();
+            timer_.Close();
             return OPEN_FILE_FAILED;
         }
     }
@@ -185,7 +154,7 @@ NegtiveErrorCode CanReplayThread::Start() {
 void CanReplayThread::Finish() {
     finishTempStatus = true; // first: a replay that ends in between has had its finish
     Command(ReplayState::FINISH);
-    Wake(); // in an empty ring nothing else would
+    timer_.Wake(); // in an empty ring nothing else would
 }
 
 void CanReplayThread::Pause() {
@@ -195,62 +164,17 @@ void CanReplayThread::Pause() {
 void CanReplayThread::Continue() {
     Command(ReplayState::CONTINUE);
     restartTimer = true; // behind the state: an expiry in a pause would be the frame's last
-    Wake();
+    timer_.Wake();
 }
 
 void CanReplayThread::Cancel() {
     Command(ReplayState::CANCEL);
     threadRunning = false;
-    Wake();
+    timer_.Wake();
     Join();
     ClearStatusFlag();
     replayFifo.clear();
     replayState.Command(ReplayState::IDLE);
-}
-
-// Descriptors.
-
-bool CanReplayThread::InitEpollTimer() {
-    epollFd.reset(epoll_create1(EPOLL_CLOEXEC));
-    timerFd.reset(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-    wakeFd.reset(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
-    timerArmed = false;
-    if (epollFd && timerFd && wakeFd && AddToEpoll(timerFd.get()) && AddToEpoll(wakeFd.get())) {
-        return true;
-    }
-    CleanupEpollTimer();
-    wakeFd.reset();
-    return false;
-}
-
-bool CanReplayThread::AddToEpoll(int fd) {
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.fd = fd;
-    return epoll_ctl(epollFd.get(), EPOLL_CTL_ADD, fd, &event) == 0;
-}
-
-void CanReplayThread::CleanupEpollTimer() {
-    epollFd.reset();
-    timerFd.reset();
-}
-
-// One shot. Any other negative interval is refused by the kernel, and the replay fails.
-void CanReplayThread::SetTimer(int32_t intervalUs) {
-    itimerspec timer{};
-    if (intervalUs == kAtOnce) {
-        timer.it_value.tv_nsec = kSoonestNs;
-    } else if (intervalUs != kDisarm) {
-        if (intervalUs > kLongestUncorrected) {
-            intervalUs -= kWakeCost;
-        }
-        timer.it_value.tv_sec = intervalUs / kUsPerSecond;
-        timer.it_value.tv_nsec = intervalUs % kUsPerSecond * kNsPerUs;
-    }
-    timerArmed = intervalUs != kDisarm;
-    if (timerfd_settime(timerFd.get(), 0, &timer, nullptr) < 0) {
-        CleanupEpollTimer(); // by which the thread's next wait fails, and it ends
-    }
 }
 
 // The thread.
@@ -261,7 +185,7 @@ void CanReplayThread::ReplayThreadFunc() {
     while (threadRunning) {
         ArmTimer();
         epoll_event event{};
-        const int nfds = epoll_wait(epollFd.get(), &event, 1, -1);
+        const int nfds = timer_.Wait(event);
         if (nfds == -1) {
             Fail();
             return;
@@ -283,14 +207,15 @@ void CanReplayThread::ArmTimer() {
         if (replayFifo.peek(frame)) {
             // The interval 0xFFFFFFFF disarms: it holds its frame, and all behind it, until a
             // cancel.
-            SetTimer(static_cast<int32_t>(frame.intervalTime));
+            timer_.SetTimer(static_cast<int32_t>(frame.intervalTime));
             queueFirstFlag = false;
             return;
         }
     }
-    if (finishTempStatus && !timerArmed && (Plays(state) || state == ReplayState::FINISH) &&
+    if (finishTempStatus && !timer_.IsArmed() && (Plays(state) || state == ReplayState::FINISH) &&
         replayFifo.empty()) {
-        SetTimer(kAtOnce); // the host finished when the last frame was gone already
+        timer_.SetTimer(
+            ReplayTimer::kAtOnce); // the host finished when the last frame was gone already
     }
 }
 
@@ -298,16 +223,9 @@ void CanReplayThread::HandleStateMachineEvent(int nfds, const epoll_event* event
     if (nfds < 1) {
         return;
     }
-    if (events->data.fd == wakeFd.get()) {
-        eventfd_t wakeUps = 0;
-        eventfd_read(wakeFd.get(), &wakeUps);
+    if (timer_.TakeWakeUp(*events) || !timer_.TakeExpiry()) {
         return;
     }
-    uint64_t expiries = 0;
-    if (read(timerFd.get(), &expiries, sizeof(expiries)) != sizeof(expiries)) {
-        return;
-    }
-    timerArmed = false;
     // An expiry that belongs to something else than the frame which is first in the ring now.
     if (restartTimer || (queueFirstFlag && !replayFifo.empty())) {
         return;
@@ -319,7 +237,7 @@ void CanReplayThread::HandleStateMachineEvent(int nfds, const epoll_event* event
         if (!finishTempStatus || !replayFifo.empty()) {
             SendNextFrame();
         } else if (replayState.Follow(seen, ReplayState::FINISH)) {
-            SetTimer(kAtOnce);
+            timer_.SetTimer(ReplayTimer::kAtOnce);
         }
         break;
     case ReplayState::FINISH:
@@ -339,7 +257,7 @@ void CanReplayThread::SendNextFrame() {
         ReplayCanFrameType nextFrame;
         if (replayFifo.peek(nextFrame)) {
             // Before the present frame is written, so that the write does not add to the interval.
-            SetTimer(static_cast<int32_t>(nextFrame.intervalTime));
+            timer_.SetTimer(static_cast<int32_t>(nextFrame.intervalTime));
             armed = true;
         }
         WriteFrame(frame);
@@ -347,13 +265,8 @@ void CanReplayThread::SendNextFrame() {
     // By what was looked at above: a frame that has come since has no timer.
     queueFirstFlag = !armed;
     const ReplayState state = SharedReplayState::StateOf(replayState.Get());
-    if (replayFifo.empty()) {
-        if (!requestSignalFlag && Plays(state)) {
-            SendReplayReadySignal();
-        }
-        if (finishTempStatus && (Plays(state) || state == ReplayState::FINISH)) {
-            SetTimer(kBeforeFinish);
-        }
+    if (finishTempStatus && replayFifo.empty() && (Plays(state) || state == ReplayState::FINISH)) {
+        timer_.SetTimer(kBeforeFinish);
     }
     if (replayFifo.halfEmpty() && !requestSignalFlag) {
         SendReplayReadySignal();
@@ -388,7 +301,7 @@ void CanReplayThread::ReplaySecondFinishSignal(SharedReplayState::Look seen) {
     }
     if (!finishTimeOutFlag) {
         finishTimeOutFlag = true;
-        SetTimer(kClosingWait);
+        timer_.SetTimer(kClosingWait);
         return;
     }
     // The ring is not cleared: it was empty, and what has come since belongs to the next replay. A

@@ -2,10 +2,10 @@
 
 #include "common/GlobalEnums.h"
 #include "modules/Kfifo.h"
+#include "modules/ReplayTimer.h"
 #include "modules/ReplayTypes.h"
 #include "modules/SharedReplayState.h"
 #include "net/ZephCanComM.h"
-#include "utils/UniqueFd.h"
 
 #include <atomic>
 #include <cstdint>
@@ -60,9 +60,6 @@ class CanReplayThread {
     // Main thread.
     bool Command(ReplayState next);
     void Join();
-    void Wake();
-    bool InitEpollTimer();
-    bool AddToEpoll(int fd);
     NegtiveErrorCode Start();
 
     // Replay thread.
@@ -73,8 +70,6 @@ class CanReplayThread {
     void WriteFrame(const ReplayCanFrameType& frame);
     void ReplaySecondFinishSignal(SharedReplayState::Look seen);
     void Fail();
-    void SetTimer(int32_t intervalUs);
-    void CleanupEpollTimer();
 
     // Replay thread, or main thread while there is none.
     void ClearStatusFlag();
@@ -95,11 +90,8 @@ class CanReplayThread {
     // The replay thread's, and the main thread's while there is none.
     bool queueFirstFlag = true;     // the next frame's timer is not armed: the ring ran empty
     bool finishTimeOutFlag = false; // the closing wait has begun
-    bool timerArmed = false;        // an expiry is to come
     bool failed = false;            // the last replay ended by a failure
 
-    UniqueFd wakeFd;
-    UniqueFd epollFd;
-    UniqueFd timerFd;
+    ReplayTimer timer_;
     std::thread replayThread; // joinable from the start of a replay until its end has been noticed
 };

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <fstream>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include <fcntl.h>
@@ -29,17 +30,17 @@ constexpr int kVersionLength = 18;
 constexpr int kBuildInfoLength = 15;
 constexpr int kUidLength = 18;
 
-constexpr uint8_t kBuildDateForm = 2; // what follows is a date
+constexpr uint8_t kBuildInfoIsDate = 2;
 
 constexpr size_t kCidDigits = 32;
 
 // The serial record: two characters that mark it, and the digits.
 constexpr const char* kSerialPartition = "dev/mmcblk0p3";
 constexpr std::streamoff kSerialOffset = 512; // bytes; the first block is left alone
-constexpr const char* kSerialMark = "NV";
+constexpr std::string_view kSerialMark = "NV";
 constexpr size_t kSerialDigits = 10;
-constexpr long kSerialEnd = 524;
-constexpr uint32_t kSerialRequestLength = 12;
+constexpr long kSerialEnd = kSerialOffset + static_cast<long>(kSerialMark.size() + kSerialDigits);
+constexpr uint32_t kSerialRequestLength = 2 + kSerialDigits; // gid and sid ahead
 
 // Parameters of LinManage.
 constexpr int kOpenRxParm = 1;
@@ -48,7 +49,7 @@ constexpr int kClearResponseParm = 2;
 constexpr int kOrderlyClose = 0;
 constexpr int kTerminationOff = 0;
 
-uint8_t Number(int value) {
+uint8_t VersionByte(int value) {
     return static_cast<uint8_t>(value);
 }
 
@@ -133,14 +134,14 @@ void CommCfgService::GetDevVersion() {
     WireWriter(std::span(pRespSrv, kVersionLength))
         .U8(gid_)
         .U8(sid_)
-        .U8(Number(hardware.majorVersionNum)) // its revision has no place here
-        .U8(Number(hardware.minorVersionNum))
-        .U8(Number(kernel.majorVersionNum))
-        .U8(Number(kernel.minorVersionNum))
-        .U8(Number(kernel.revisionVersionNum))
-        .U8(Number(software.majorVersionNum))
-        .U8(Number(software.minorVersionNum))
-        .U8(Number(software.revisionVersionNum))
+        .U8(VersionByte(hardware.majorVersionNum)) // its revision has no place here
+        .U8(VersionByte(hardware.minorVersionNum))
+        .U8(VersionByte(kernel.majorVersionNum))
+        .U8(VersionByte(kernel.minorVersionNum))
+        .U8(VersionByte(kernel.revisionVersionNum))
+        .U8(VersionByte(software.majorVersionNum))
+        .U8(VersionByte(software.minorVersionNum))
+        .U8(VersionByte(software.revisionVersionNum))
         .U64(Drivers::DevTimestamp::GetInstance()->GetTimestamp());
     UsbPositiveResponse(kVersionLength);
 }
@@ -159,7 +160,7 @@ void CommCfgService::GetBuildInfo() {
     WireWriter(std::span(pRespSrv, kBuildInfoLength))
         .U8(gid_)
         .U8(sid_)
-        .U8(kBuildDateForm)
+        .U8(kBuildInfoIsDate)
         .U8(static_cast<uint8_t>(date >> 24)) // big-endian, unlike everything else of this group
         .U8(static_cast<uint8_t>(date >> 16))
         .U8(static_cast<uint8_t>(date >> 8))
@@ -189,7 +190,8 @@ void CommCfgService::GetDevUID() {
     for (size_t i = 0; i < kCidDigits; ++i) {
         const auto digit = HexDigit(text[i]);
         if (!digit) {
-            UsbNegtiveResponse(OPEN_FILE_FAILED); // a bad character; no code has that name
+            UsbNegtiveResponse(
+                OPEN_FILE_FAILED); // a character that is no hex digit has no code of its own
             return;
         }
         if (i % 2 == 0) {
@@ -217,7 +219,7 @@ void CommCfgService::WriteSequence() {
     const std::string digits(pReqSrv + 2, pReqSrv + 2 + kSerialDigits);
     partition.seekp(kSerialOffset);
     partition << kSerialMark << digits;
-    PrintLine("Serial Number: NV" + digits);
+    PrintLine(std::string("Serial Number: ").append(kSerialMark) + digits);
     AnswerSerial(partition.good(), partition.tellp());
 
     // Only now to the card, whether or not there is something to write: a card that is slow must

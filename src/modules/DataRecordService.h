@@ -71,7 +71,7 @@ class DataRecordService : public VciService {
     // By interface index. Complete before the capture starts and never changed after, so that both
     // threads may look into it.
     std::unordered_map<unsigned int, ChannelInfo> channelInfo_;
-    std::shared_ptr<PacketMerger> packetMerger_; // no record waits for its turn there so far
+    std::shared_ptr<PacketMerger> packetMerger_; // no record waits for its turn there
     net::PacketCapture capturer_;                // last: its worker uses all that is above
 };
 

@@ -12,8 +12,8 @@
 // The road of a captured LIN packet to the host. The packet only names the element of the driver's
 // mapped array that holds what was received: a frame, or a wake-up on the bus. Lives on the capture
 // thread, but for what says otherwise. It allocates nothing, takes no lock but that of the USB
-// link, and prints only where the array is missing. A record for which the link has no room is
-// lost.
+// link, and prints only where the array is missing; what a wake-up's callback does comes on top. A
+// record for which the link has no room is lost.
 class LinRecord {
   public:
     using WakeupCallback = std::function<void(int linChannel)>;

@@ -11,7 +11,7 @@
 // One entry of a schedule table.
 struct TableItem {
     uint8_t pid = 0;        // protected identifier
-    uint8_t dlc = 0;        // data length as downloaded
+    uint8_t dlc = 0;        // data length of `msg` when it was added
     uint32_t delay_us = 0;  // length of the slot in use, microseconds
     uint32_t delay_vba = 0; // length that the host asked for, microseconds
     lin_tx_message msg{};   // what is sent; of the main thread

@@ -19,8 +19,8 @@ struct Held {
 };
 
 TEST(CanRecord, SwitchNamesTheChannelByItsCode) {
-    EXPECT_EQ(ToHex(RecordSwitchRequest(0, true)), "09160801");
-    EXPECT_EQ(ToHex(RecordSwitchRequest(5, false)), "09160d00");
+    EXPECT_EQ(ToHex(CanRecordSwitchRequest(0, true)), "09160801");
+    EXPECT_EQ(ToHex(CanRecordSwitchRequest(5, false)), "09160d00");
 }
 
 TEST(CanRecord, ClassicFrame) {

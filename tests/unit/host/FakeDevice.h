@@ -31,7 +31,7 @@ class FakeDevice {
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, path().c_str(), sizeof(address.sun_path) - 1);
         if (bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-            listen(listener_.get(), 1) != 0) {
+            listen(listener_.get(), SOMAXCONN) != 0) { // hosts may come faster than they are served
             throw std::runtime_error("no socket at " + path());
         }
         thread_ = std::thread([this] { Serve(); });

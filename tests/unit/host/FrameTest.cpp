@@ -30,6 +30,12 @@ TEST(Frame, LengthsFollowTheServiceLength) {
     }
 }
 
+TEST(Frame, TheLongestServiceSectionFillsTheLongestRequest) {
+    EXPECT_EQ(kLongestService, 65989U);
+    EXPECT_EQ(BuildFrame(Bytes(kLongestService)).size(), kLongestRequest);
+    EXPECT_GT(BuildFrame(Bytes(kLongestService + 1)).size(), kLongestRequest);
+}
+
 TEST(Frame, TheLengthFieldIsLittleEndian) {
     const Bytes frame = BuildFrame(Bytes(0x010203, 0xEE));
     EXPECT_EQ(Bytes(frame.begin(), frame.begin() + 6), (Bytes{0x00, 0x03, 0x02, 0x01, 0x00, 0xEE}));

@@ -96,4 +96,13 @@ TEST(LinChannel, NamesNumbersAndCodes) {
     }
 }
 
+TEST(LinChannel, BitRatesAreWholeAndFitTheRequest) {
+    EXPECT_EQ(ParseLinBitRate("--bitrate", "19200"), 19200);
+    EXPECT_EQ(ParseLinBitRate("--bitrate", "10.4k"), 10400);
+    EXPECT_EQ(ParseLinBitRate("--bitrate", "65535"), 65535);
+    for (const char* const text : {"65536", "9600.5", "0", "fast", ""}) {
+        EXPECT_THROW(ParseLinBitRate("--bitrate", text), NotationError) << text;
+    }
+}
+
 } // namespace

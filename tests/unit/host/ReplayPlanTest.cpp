@@ -97,7 +97,8 @@ TEST(ReplayPlan, ChannelsByName) {
     EXPECT_THAT([&] { AddReplayOutput(options, "can3=can0"); },
                 ThrowsMessage<NotationError>("'can3=can0': can0 has a channel already"));
     EXPECT_THAT([&] { AddReplayOutput(options, "can3"); },
-                ThrowsMessage<NotationError>(HasSubstr("says no way for frames")));
+                ThrowsMessage<NotationError>(
+                    "'can3' is not OUT=IN; can2=can0 plays frames of can0 on can2"));
     EXPECT_THAT([&] { AddReplayOutput(options, "can6=x"); },
                 ThrowsMessage<NotationError>(HasSubstr("'can6' is no CAN channel")));
 }

@@ -174,6 +174,18 @@ TEST_F(VcictlLinRun, ARefusedStartSwitchesTheRecordOff) {
                                          "06060001", "06060000", "090c010000"}));
 }
 
+// The switch may have been done though its answer did not come.
+TEST_F(VcictlLinRun, ARecordSwitchWithoutAnAnswerIsTakenBack) {
+    FakeDevice device([answer = Running({}, 0)](const Bytes& packet) {
+        return packet.at(5) == 9 && packet.at(9) == 1 ? std::vector<Bytes>{} : answer(packet);
+    });
+    const auto result = Run(device, {"--wait", "400"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(Services(device),
+              (Strings{"06060000", "0601000210020a0011021400", "090c010001", "090c010000"}));
+}
+
 TEST_F(VcictlLinRun, ASignalEndsItWithItsReceipt) {
     FakeDevice device(Running(records_, kStart + 60 * kMs));
     Tool tool({"lin", "run", "lin0", "--table", dir_ / "a.txt", "--duration", "60s", "--device",

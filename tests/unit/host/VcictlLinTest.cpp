@@ -188,6 +188,8 @@ TEST(VcictlLin, RefusalsComeWithWhatToDo) {
         Strings words;
         std::string message;
     };
+    const TempDir dir;
+    dir.Write("a.txt", "10 2 10\n");
     const Case cases[] = {
         {12,
          {"run", "lin0"},
@@ -213,6 +215,11 @@ TEST(VcictlLin, RefusalsComeWithWhatToDo) {
         {54,
          {"response", "lin1", "10#11"},
          "; the driver of lin1 did not take it; the device's console says more\n"},
+        {54,
+         {"table", "lin0", dir / "a.txt"},
+         "; the table has an identifier more often than the device can count; leave entries "
+         "out\n"},
+        {21, {"disturb", "lin0", "off"}, "; lin0 is closed: vcictl lin open lin0\n"},
         {10,
          {"disturb", "lin0", "off"},
          "ERROR_LENGTH (10) to group 6 service 9, handle 0x00000001\n"},
@@ -249,7 +256,7 @@ TEST(VcictlLin, WrongWordsAreStatus2AndNothingIsSent) {
         {{"open", "lin2"}, "'lin2' is no LIN channel"},
         {{"open", "lin0", "--bitrate", "65536"}, "--bitrate: '65536' is no LIN bit rate"},
         {{"open", "lin0", "--bitrate", "9600.5"}, "--bitrate: '9600.5' is no LIN bit rate"},
-        {{"open", "lin0", "--version", "3"}, "--version"},
+        {{"open", "lin0", "--version", "3"}, "3 not in {1.3,2.0,2.1,2.2,j2602}"},
         {{"open", "lin0", "--power", "solar"}, "solar not in"},
         {{"role", "lin0", "master"}, "master not in"},
         {{"table", "lin0", dir / "a.txt"}, dir / "a.txt" + ", line 2: '99' is no LIN identifier"},

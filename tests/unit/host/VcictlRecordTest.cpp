@@ -265,7 +265,7 @@ TEST(VcictlRecord, ASwitchThatIsNotAnsweredIsTakenBack) {
                    ? std::vector<Bytes>{}
                    : std::vector<Bytes>{Answer(packet)};
     });
-    EXPECT_EQ(RunRecord(device, {"can0", "can1", "--wait", "50"}).status, 3);
+    EXPECT_EQ(RunRecord(device, {"can0", "can1", "--wait", "400"}).status, 3);
     EXPECT_EQ(Switches(device), (Strings{"0801", "0901", "0800", "0900"}));
 }
 
@@ -306,6 +306,25 @@ TEST(VcictlRecord, AFullDiskEndsItAndSwitchesOff) {
     EXPECT_THAT(result.err,
                 HasSubstr("vcictl: cannot write " + dir / "a.log" + ": No space left on device\n"));
     EXPECT_EQ(Switches(device), (Strings{"0801", "0800"}));
+}
+
+// More records than the file's buffer holds come behind the answer that switches can0 off.
+TEST(VcictlRecord, ADiskThatFillsUpWhileItSwitchesOffLeavesNoRecordOn) {
+    constexpr size_t kMany = 10'000;
+    FakeDevice device([](const Bytes& packet) {
+        std::vector<Bytes> answers{Answer(packet)};
+        if (IsSwitch(packet) && packet.at(7) == 8 && packet.at(8) == 0) {
+            answers.insert(answers.end(), kMany, ParseHex(kFrame));
+        }
+        return answers;
+    });
+    const TempDir dir;
+    std::filesystem::create_symlink("/dev/full", dir / "a.log");
+    const auto result =
+        RunRecord(device, {"can0", "can1", "-o", dir / "a.log", "--duration", "50ms"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("No space left on device\n"));
+    EXPECT_EQ(Switches(device), (Strings{"0801", "0901", "0800", "0900"}));
 }
 
 TEST(VcictlRecord, StandardOutputThatIsFullEndsItAndSwitchesOff) {

@@ -50,16 +50,17 @@ class DataRecordLinTest : public LinTest {
                ", direction is 1\n";
     }
 
-    std::vector<Bytes> Callback(const CapturedPacket& packet) {
+    std::vector<Bytes> Callback(const CapturedPacket& packet) { return Callback(packet, index); }
+    std::vector<Bytes> Callback(const CapturedPacket& packet, unsigned int interface) {
         const pcap_pkthdr header = packet.Header();
-        service->UsbUploadCallback(&header, packet.bytes.data(), static_cast<int>(index));
+        service->UsbUploadCallback(&header, packet.bytes.data(), static_cast<int>(interface));
         return Answers();
     }
 
     // A packet on the interface: names element 17 with direction 3. Nothing is told here whether
     // the capture takes it.
-    void SendPacket() {
-        Receive(17, 1);
+    void SendPacket(uint32_t linId = 1) {
+        Receive(17, linId);
         const CapturedPacket packet = MakeLinPacket(17, 3);
         const Bytes behindTheHeader(packet.bytes.begin() + 20, packet.bytes.end());
         ASSERT_TRUE(alone.Send("LIN0", 0x0D, behindTheHeader));
@@ -207,12 +208,29 @@ class DataRecordLinWakeupTest : public DataRecordLinTest {
   protected:
     using DataRecordLinTest::DataRecordLinTest;
 
+    // The marker of a wake-up.
+    static constexpr uint32_t kWakeup = 100;
+
     std::string Run(double seconds) { return LinTest::Run(loop, seconds); }
 
-    void Wake() {
-        Receive(5, 100);
+    // Runs until the timer has called, which is 800 ms behind the last Wake() and not before; what
+    // is printed meanwhile.
+    std::string RunUntilCalled() {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        std::string told;
+        while (told.find(called) == std::string::npos && std::chrono::steady_clock::now() < end) {
+            told += Run(0.02);
+        }
+        EXPECT_GE(std::chrono::steady_clock::now() - woken, std::chrono::milliseconds(800));
+        return told;
+    }
+
+    void Wake() { Wake(index); }
+    void Wake(unsigned int interface) {
+        Receive(5, kWakeup);
+        woken = std::chrono::steady_clock::now();
         EXPECT_EQ(Told([&] {
-                      const auto answers = Callback(MakeLinPacket(5));
+                      const auto answers = Callback(MakeLinPacket(5), interface);
                       ASSERT_EQ(answers.size(), 1U);
                       EXPECT_EQ(answers[0].size(), 32U);
                   }),
@@ -220,27 +238,57 @@ class DataRecordLinWakeupTest : public DataRecordLinTest {
     }
 
     const std::string called = "DataRecordService::LinWakeupCb cb call\n";
+    std::chrono::steady_clock::time_point woken;
 };
 
 TEST_F(DataRecordLinWakeupTest, ASleepingScheduleStarts800MillisecondsBehindAWakeup) {
     lin.schedules.setStatus(0, true);
     Download(0, {1});
     Wake();
-    EXPECT_EQ(Run(0.6), "");
     EXPECT_FALSE(lin.schedules.getExecutorStatus(0));
-    EXPECT_EQ(Run(0.6), called); // once
+    EXPECT_EQ(RunUntilCalled(), called);
     EXPECT_TRUE(lin.schedules.getExecutorStatus(0));
     EXPECT_FALSE(lin.schedules.getExecutorStatus(1));
+    EXPECT_EQ(Run(0.9), ""); // once
 }
 
 TEST_F(DataRecordLinWakeupTest, OfTwoWakeupsTheSecondCounts) {
     lin.schedules.setStatus(0, true);
     Download(0, {1});
     Wake();
-    EXPECT_EQ(Run(0.5), "");
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
     Wake();
-    EXPECT_EQ(Run(0.5), ""); // 1000 ms behind the first
-    EXPECT_EQ(Run(0.6), called);
+    EXPECT_EQ(RunUntilCalled(), called);
+    EXPECT_TRUE(lin.schedules.getExecutorStatus(0));
+}
+
+// Of the two channels' interfaces only one is here. The other's index is 0, as the last of those
+// that are missing.
+TEST_F(DataRecordLinWakeupTest, AWakeupOfTheOtherChannelTakesThePlaceOfTheFirstOnesStart) {
+    OpenDevice(1);
+    for (const int ch : {0, 1}) {
+        lin.schedules.setStatus(ch, true);
+        Download(ch, {1});
+    }
+    Wake();
+    Wake(0);
+    EXPECT_EQ(RunUntilCalled(), called);
+    EXPECT_TRUE(lin.schedules.getExecutorStatus(1));
+    EXPECT_EQ(Run(0.9), "");
+    EXPECT_FALSE(lin.schedules.getExecutorStatus(0));
+}
+
+TEST_F(DataRecordLinWakeupTest, AWakeupStartsNothingUnlessItsChannelIsRecorded) {
+    lin.schedules.setStatus(0, true);
+    Download(0, {1});
+    SendPacket(kWakeup);
+    EXPECT_EQ(Run(1.2), "");
+    EXPECT_FALSE(lin.schedules.getExecutorStatus(0));
+    EXPECT_TRUE(Answers().empty());
+    ExpectTime(Ask({9, 12, 1, 0, 1}), 9, 12);
+    woken = std::chrono::steady_clock::now();
+    SendPacket(kWakeup);
+    RunUntilCalled();
     EXPECT_TRUE(lin.schedules.getExecutorStatus(0));
 }
 
@@ -273,9 +321,10 @@ TEST_F(DataRecordLinWakeupTest, AWakeupAtTheLastMomentStartsTheTimeAnew) {
     // Both are ready in the same turn of the loop, and this one is called first.
     const WhenReady another(loop, [&] { Callback(MakeLinPacket(5)); });
     std::this_thread::sleep_for(std::chrono::milliseconds(850)); // the first time is over
-    EXPECT_EQ(Run(0.4), "DataRecordService::StartTimer set timer800\n" + called);
+    woken = std::chrono::steady_clock::now();
+    EXPECT_EQ(Run(0.02), "DataRecordService::StartTimer set timer800\n" + called);
     EXPECT_FALSE(lin.schedules.getExecutorStatus(0));
-    EXPECT_EQ(Run(0.8), called);
+    EXPECT_EQ(RunUntilCalled(), called);
     EXPECT_TRUE(lin.schedules.getExecutorStatus(0));
 }
 

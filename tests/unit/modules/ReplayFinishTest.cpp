@@ -2,6 +2,9 @@
 // 100 ms, then the end message.
 
 #include "modules/ReplayFixture.h"
+#include "modules/TimerSettings.h"
+
+#include <sys/timerfd.h>
 
 namespace {
 
@@ -93,6 +96,27 @@ TEST_F(ReplayFinishTest, ABatchInTheClosingWaitIsSentAndEndsTheReplay) {
     ExpectAReplayWorks();
     LetPass(150);
     EXPECT_EQ(ends, 1);
+}
+
+TEST_F(ReplayFinishTest, ABatchInTheClosingWaitIsFollowedByNoSecondOne) {
+    const TimerSettings settings;
+    Take(Numbered(1, 0x100));
+    Command(kFinish);
+    Await([&] { return settings.Count() > 0 && settings.Taken().back() == 99980000; },
+          "closing wait");
+    const auto timers = Opened("timerfd");
+    ASSERT_EQ(timers.size(), 1U);
+    // Longer than it is, so that the batch comes in it however slow this machine is.
+    const itimerspec later{{0, 0}, {60, 0}};
+    ASSERT_EQ(timerfd_settime(timers[0], 0, &later, nullptr), 0);
+    const size_t before = settings.Count();
+    Take(Numbered(1, 0x101, 500));
+    AwaitEnd();
+    EXPECT_EQ(sent, Count(2, 0x100));
+    auto taken = settings.Taken();
+    taken.erase(taken.begin(), taken.begin() + static_cast<std::ptrdiff_t>(before));
+    // The frame, the wait behind the last one, and the end at once.
+    EXPECT_EQ(taken, (std::vector<int64_t>{480000, 980000, 10}));
 }
 
 TEST_F(ReplayFinishTest, ABatchBehindAFinishIsSentBeforeTheEnd) {

@@ -4,9 +4,11 @@
 #include "modules/VciCanReplayService.h"
 #include "support/ServiceTest.h"
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 #include <thread>
@@ -36,6 +38,40 @@ inline std::vector<HostFrame> Numbered(size_t count, uint32_t firstId, uint32_t 
     return frames;
 }
 
+// Sockets that look on as a frame is written, on the replay thread.
+class WatchedSockets : public CanSockets {
+  public:
+    using CanSockets::CanSockets;
+    int Write(void* frame, int type, int protocol, int extend) override {
+        onWrite();
+        return CanSockets::Write(frame, type, protocol, extend);
+    }
+    std::function<void()> onWrite;
+};
+
+// Holds up the replay thread as it writes. Open at first.
+class WriteGate {
+  public:
+    // The replay thread's.
+    void Pass() {
+        const size_t number = ++begun_;
+        while (number > allowed_) {
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
+        }
+    }
+
+    // The test's. Close() only while no write is about to begin.
+    void Close() { allowed_ = begun_.load(); }
+    void LetOne() { ++allowed_; }
+    void Open() { allowed_ = std::numeric_limits<size_t>::max(); }
+    size_t Begun() const { return begun_; } // writes, the one that is held included
+    bool Holds() const { return begun_ > allowed_; }
+
+  private:
+    std::atomic<size_t> begun_{0};
+    std::atomic<size_t> allowed_{std::numeric_limits<size_t>::max()};
+};
+
 // The CAN replay with sockets that lead nowhere. What comes from the device is sorted: answers,
 // which the main thread gives before a request returns, and what the replay thread sends.
 class ReplayTest : public ServiceTest {
@@ -59,9 +95,12 @@ class ReplayTest : public ServiceTest {
         }
     }
     ~ReplayTest() override {
+        gate.Open();
         testing::internal::CaptureStdout(); // it says that it goes
         service.reset();
         testing::internal::GetCapturedStdout();
+        // Other tests of this program use its sockets too.
+        net::ZephCanComM::GetInstance().ReplaceChannel(0, CanSockets::OfProgram()[0]);
     }
 
     static Bytes Batch(const std::vector<HostFrame>& frames) {
@@ -111,6 +150,21 @@ class ReplayTest : public ServiceTest {
         ExpectRefusal(Ask(request), code, request.at(0), request.at(1));
     }
 
+    // From now on the sockets of channel 0 call `onWrite`.
+    void Watch(std::function<void()> onWrite) {
+        const auto watched = std::make_shared<WatchedSockets>(0);
+        watched->Open();
+        watched->onWrite = std::move(onWrite);
+        net::ZephCanComM::GetInstance().ReplaceChannel(0, watched);
+        channels[0] = watched;
+    }
+
+    // From now on each write to channel 0 is held up until `gate` lets it go.
+    void HoldWrites() {
+        Watch([this] { gate.Pass(); });
+        gate.Close();
+    }
+
     // Takes in what the device has sent so far.
     void Listen() {
         for (Bytes& message : Answers()) {
@@ -140,6 +194,9 @@ class ReplayTest : public ServiceTest {
     }
     void AwaitSent(size_t count) {
         Await([&] { return sent.size() >= count; }, "frames");
+    }
+    void AwaitHeld() {
+        Await([&] { return gate.Holds(); }, "write");
     }
     void AwaitEnd(int count = 1) {
         Await([&] { return ends >= count; }, "end message");
@@ -187,8 +244,8 @@ class ReplayTest : public ServiceTest {
     static inline const Bytes kReady{0, 2, 0, 0, 0, 18, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0};
     static inline const Bytes kEnd{0, 3, 0, 0, 0, 18, 128, 3, 0, 0, 0, 0, 0, 0, 0, 0};
 
-    std::array<std::shared_ptr<CanSockets>, 6> channels =
-        CanSockets::Replace(net::ZephCanComM::GetInstance());
+    std::array<std::shared_ptr<CanSockets>, 6> channels = CanSockets::OfProgram();
+    WriteGate gate;
     std::vector<Bytes> replies;
     int signals = 0; // ready signals
     int ends = 0;

@@ -186,6 +186,19 @@ TEST_F(ReplayIdleTest, AListeningChannelIsAWrongSequence) {
     EXPECT_TRUE(sent.empty());
 }
 
+TEST_F(ReplayIdleTest, ABatchMayGoOnWithAClosedAndAListeningChannel) {
+    Drivers::CanManage::statusMask_ = 0x05;
+    Drivers::CanManage::ListenstatusMask_ = 0x04;
+    auto batch = Numbered(4, 0x100);
+    batch[1].channel = 1; // closed
+    batch[2].channel = 2; // listens
+    Take(batch);
+    AwaitSent(2);
+    EXPECT_EQ(sent, (Ids{0x100, 0x103}));
+    EXPECT_EQ(channels[1]->Frames().size(), 1U);
+    EXPECT_EQ(channels[2]->Frames().size(), 1U);
+}
+
 TEST_F(ReplayIdleTest, ABatchOfAnotherGroupIsRefused) {
     Bytes request = Batch(Numbered(2, 0));
     request[0] = 17;

@@ -86,6 +86,35 @@ TEST_F(ReplayPauseTest, ABatchForAnEmptyRingIsSent) {
     EXPECT_EQ(sent, Count(4, 0x100));
 }
 
+// The last frame is in hand as the pause comes, and done before the batch, while it is being taken
+// or behind it.
+TEST_F(ReplayPauseTest, ABatchForARingThatRunsEmptyInThePauseIsSentHoweverTheyMeet) {
+    HoldWrites();
+    const auto inBatch = std::make_shared<std::atomic<bool>>(false);
+    usb.doorbell = [this, inBatch] { // the batch's ready signal: its frame is queued already
+        if (*inBatch) {
+            gate.Open();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return 0;
+    };
+    for (uint32_t i = 0; i < 300; ++i) {
+        gate.Close();
+        Take(Numbered(1, 2 * i));
+        AwaitHeld();
+        Command(kPause);
+        if (i % 3 == 0) {
+            gate.Open();
+        }
+        *inBatch = i % 3 == 1;
+        Take(Numbered(1, 2 * i + 1));
+        *inBatch = false;
+        gate.Open();
+        AwaitSent(2 * i + 2);
+        ASSERT_EQ(sent, Count(2 * i + 2, 0)) << "round " << i;
+    }
+}
+
 TEST_F(ReplayPauseTest, AFinishWaitsWithTheRestForAContinue) {
     PauseOnTheWay();
     Command(kFinish);

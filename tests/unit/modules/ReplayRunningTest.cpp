@@ -13,28 +13,7 @@
 
 namespace {
 
-// Sockets that look on as a frame is written, on the replay thread.
-class WatchedSockets : public CanSockets {
-  public:
-    using CanSockets::CanSockets;
-    int Write(void* frame, int type, int protocol, int extend) override {
-        onWrite();
-        return CanSockets::Write(frame, type, protocol, extend);
-    }
-    std::function<void()> onWrite;
-};
-
-class ReplayRunningTest : public ReplayTest {
-  protected:
-    // From now on the sockets of channel 0 call `onWrite`.
-    void Watch(std::function<void()> onWrite) {
-        const auto watched = std::make_shared<WatchedSockets>(0);
-        watched->Open();
-        watched->onWrite = std::move(onWrite);
-        net::ZephCanComM::GetInstance().ReplaceChannel(0, watched);
-        channels[0] = watched;
-    }
-};
+using ReplayRunningTest = ReplayTest;
 
 TEST_F(ReplayRunningTest, FramesKeepTheirIntervals) {
     constexpr size_t kFrames = 50;
@@ -173,6 +152,18 @@ TEST_F(ReplayRunningTest, ARefusedBatchDoesNotDisturb) {
     EXPECT_EQ(sent, Count(20, 0x100));
 }
 
+TEST_F(ReplayRunningTest, OfABatchThatEndsEarlyTheWholeFramesAreSent) {
+    HoldWrites();
+    Take(Numbered(2, 0x100));
+    AwaitHeld();
+    Bytes request = Batch(Numbered(2, 0x102));
+    request[2] = 3;
+    ExpectRefused(request, kErrorLength);
+    gate.Open();
+    AwaitSent(4);
+    EXPECT_EQ(sent, Count(4, 0x100));
+}
+
 TEST_F(ReplayRunningTest, ARingThatStaysFullRefusesTheBatch) {
     Take(Numbered(511, 0x100, kSecond));
     ExpectRefused(Batch(Numbered(1, 0)), kOpenFailed);
@@ -265,18 +256,34 @@ TEST_F(ReplayRunningTest, AFailedWaitEndsTheReplay) {
 }
 
 TEST_F(ReplayRunningTest, AFailedTimerEndsTheReplayBehindTheFrameInHand) {
-    Take(Numbered(50, 0x100, 2000));
-    AwaitSent(2);
+    HoldWrites();
+    Take(Numbered(50, 0x100));
+    AwaitHeld();
     const auto timers = Opened("timerfd");
     ASSERT_EQ(timers.size(), 1U);
     const UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
     ASSERT_EQ(dup2(null.get(), timers[0]), timers[0]);
-    Send({18, kContinue}); // sets the timer anew
-    Await([&] { return replies.size() == 2; }, "answer and refusal");
-    const bool answerFirst = replies[1][5] == 104; // the thread does not wait for the answer
-    ExpectShort(replies[answerFirst ? 0 : 1], 18, kContinue);
-    ExpectRefusal(replies[answerFirst ? 1 : 0], kOpenFailed, 18, kContinue);
+    Command(kContinue); // sets the timer anew
+    gate.Open();
+    AwaitReply();
+    ExpectRefusal(Reply(), kOpenFailed, 18, kContinue);
+    EXPECT_EQ(sent, Count(1, 0x100));
     ExpectAReplayWorks();
+}
+
+TEST_F(ReplayRunningTest, AFailureForgetsAFinish) {
+    auto batch = Numbered(2, 0x100);
+    batch[1].interval = 0x80000000; // fails ahead of the first frame's write
+    HoldWrites();
+    Take(batch);
+    AwaitHeld();
+    Command(kFinish);
+    gate.Open();
+    AwaitReply();
+    ExpectRefusal(Reply(), kOpenFailed, 18, kFinish);
+    ExpectAReplayWorks();
+    LetPass(150);
+    EXPECT_EQ(ends, 0);
 }
 
 } // namespace

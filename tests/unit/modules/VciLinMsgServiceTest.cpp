@@ -90,23 +90,6 @@ TEST_F(VciLinMsgServiceTest, ADownloadedTableRunsWithItsHeaders) {
     EXPECT_FALSE(lin.schedules.getExecutorStatus(0));
 }
 
-// Of a slot that is written late, the next seems a little early: by less than this, in ms.
-constexpr double kLateness = 5;
-
-TEST_F(VciLinMsgServiceTest, ADownloadedSlotIsInMillisecondsOfTwoBytes) {
-    BeCommander(0);
-    ExpectDone({6, 1, 0, 1, 0x01, 8, 0x2C, 0x01}); // at no bit rate
-    EXPECT_GE(Gap(), 300 - kLateness);
-}
-
-TEST_F(VciLinMsgServiceTest, ADownloadedSlotIsOfTheLengthDownloadedAndNotOfTheResponses) {
-    SetBaudrate(0, 1000);
-    BeCommander(0);
-    ExpectDone({6, 3, 0, 1, 0x01, 2, 0xAA, 0xBB, 0, 0, 0, 0, 0, 0});
-    ExpectDone({6, 1, 0, 1, 0x01, 8, 1, 0});
-    EXPECT_GE(Gap(), 139 - kLateness); // (124 + 15) bits, and not (64 + 15)
-}
-
 TEST_F(VciLinMsgServiceTest, AnEntryThatTheTableDoesNotTakeIsToldAndRefused) {
     BeCommander(0);
     Download(0, {1});
