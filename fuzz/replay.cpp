@@ -243,7 +243,7 @@ class Replay {
         ExpectAnswer(REPLAY_CANCEL_SID);
         CheckWritten();
         queued_.clear();
-        failed_ = false;
+        failed_ = mayFail_ = false;
         std::this_thread::yield();
         Require(written_.Take().empty(), "a frame behind the answer to a cancel");
     }
@@ -272,6 +272,8 @@ class Replay {
                     break;
                 }
                 queued_.push_back(Read(request.data() + at, length));
+                const uint32_t interval = queued_.back().interval;
+                mayFail_ |= interval >= 0x80000000 && interval != kNever;
                 at += 10 + length;
             }
             expected = whole < count ? ERROR_LENGTH : NO_ERROR;
@@ -285,7 +287,7 @@ class Replay {
             if (reply.at(7) == OPEN_FILE_FAILED) {
                 // The ring was full, or the thread has failed. What was queued and written of this
                 // batch is not known here.
-                Require(before + whole > kRing || MayFail() || failed_,
+                Require(before + whole > kRing || mayFail_ || failed_,
                         "a batch is refused without a reason");
                 failed_ = true;
             } else {
@@ -295,21 +297,11 @@ class Replay {
         Require(refused || expected == NO_ERROR, "a wrong batch without a refusal");
     }
 
-    // True when an interval that no timer takes has been queued since the last cancel.
-    bool MayFail() const {
-        for (const Queued& frame : queued_) {
-            if (frame.interval >= 0x80000000 && frame.interval != kNever) {
-                return true;
-            }
-        }
-        return false;
-    }
-
     void ExpectAnswer(uint8_t sid) {
         Listen();
         // The thread's own refusal may come first.
         while (!replies_.empty() && replies_.front()[5] == ERR_INFO_SERVICE_GID) {
-            Require(replies_.front()[7] == OPEN_FILE_FAILED && (MayFail() || failed_),
+            Require(replies_.front()[7] == OPEN_FILE_FAILED && (mayFail_ || failed_),
                     "a command is refused");
             failed_ = true;
             replies_.pop_front();
@@ -325,7 +317,7 @@ class Replay {
     void ExpectRefusal(const Bytes& request, uint8_t code) {
         Listen();
         while (!replies_.empty() && replies_.front()[7] == OPEN_FILE_FAILED) {
-            Require(MayFail() || failed_, "a failure without a reason");
+            Require(mayFail_ || failed_, "a failure without a reason");
             failed_ = true;
             replies_.pop_front();
         }
@@ -367,7 +359,7 @@ class Replay {
 
     // After a failure frames may be left out, up to the next cancel; never doubled or changed.
     void CheckWritten() {
-        const bool dropped = failed_ || MayFail();
+        const bool dropped = failed_ || mayFail_;
         for (const Queued& frame : written_.Take()) {
             const auto matches = [&frame](const Queued& queued) {
                 return queued.channel == frame.channel && queued.bytes == frame.bytes;
@@ -407,7 +399,9 @@ class Replay {
     std::vector<std::shared_ptr<NotingSockets>> sockets_;
     std::deque<Queued> queued_;
     std::deque<Bytes> replies_;
-    bool failed_ = false; // since the last cancel
+    // Since the last cancel: the replay has failed; an interval that no timer takes was queued.
+    bool failed_ = false;
+    bool mayFail_ = false;
     std::optional<VciCanReplayService> service_;
 };
 

@@ -36,6 +36,10 @@ begin_records
 hear 2000 0606 00 01
 wait_for 30 hear_both_buses
 [ "$(schedules)" = 1 ]
+# A replay: a frame after 1 ms, and one that waits for 100 s. Its thread has a schedule's priority.
+hear 500 1201 0200 00 e8030000 55010000 01 aa 00 00e1f505 56010000 01 bb
+grep -q '^00.\{8\}09190855010000' "$messages"
+[ "$(schedules)" = 2 ]
 [ "$(tasks)" = 1 ]
 vboardctl can state | grep -q '^can0 .*link=up.*termination=[23]'
 
