@@ -18,6 +18,7 @@ namespace {
 
 constexpr int kPushTries = 3;
 constexpr std::chrono::microseconds kPushWait{100};
+constexpr std::chrono::microseconds kSignalWait{20};
 
 // Microseconds.
 constexpr int32_t kBeforeFinish = 1000;
@@ -110,6 +111,10 @@ NegtiveErrorCode CanReplayThread::Play() {
         SendReplayReadySignal();
     }
     const bool alive = Command(ReplayState::RUNNING);
+    // A signal that knows nothing of this batch must be out before a request behind it is answered.
+    while (signalling) {
+        std::this_thread::sleep_for(kSignalWait);
+    }
     requestSignalFlag = false;
     if (outstanding && !low && replayFifo.empty()) {
         SendReplayReadySignal(); // the thread has sent all and kept still, for the earlier signal
@@ -264,6 +269,7 @@ void CanReplayThread::SendNextFrame() {
     }
     // By what was looked at above: a frame that has come since has no timer.
     queueFirstFlag = !armed;
+    signalling = true; // first: what is seen below then knows of each batch that does not wait
     const ReplayState state = SharedReplayState::StateOf(replayState.Get());
     if (finishTempStatus && replayFifo.empty() && (Plays(state) || state == ReplayState::FINISH)) {
         timer_.SetTimer(kBeforeFinish);
@@ -271,6 +277,7 @@ void CanReplayThread::SendNextFrame() {
     if (replayFifo.halfEmpty() && !requestSignalFlag) {
         SendReplayReadySignal();
     }
+    signalling = false;
 }
 
 // A frame that its channel does not take, or whose channel there is not, is gone and the replay

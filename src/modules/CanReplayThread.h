@@ -83,6 +83,7 @@ class CanReplayThread {
     SharedReplayState replayState;
     std::atomic<bool> threadRunning{false};
     std::atomic<bool> requestSignalFlag{false}; // a ready signal is out
+    std::atomic<bool> signalling{false};        // the thread decides on one, or sends it
     std::atomic<bool> finishTempStatus{false};  // the host has no more data
     std::atomic<bool> restartTimer{false};      // the waiting frame gets its full interval
     std::atomic<uint64_t> lastRequest{0};       // gid, sid and handle, from the top

@@ -9,7 +9,7 @@
 # stands still for longer than it takes to fill that, so the frames come in rounds.
 round=50
 
-frames=$((${FRAMES:-1000} / round * round))
+frames=$((${FRAMES:-400} / round * round))
 open_all_channels
 record_into "$file.log"
 started=$SECONDS

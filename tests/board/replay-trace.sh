@@ -4,9 +4,9 @@
 . tests/board/lib/base.sh
 . tests/board/lib/replay.sh
 
-frames=${FRAMES:-3000}
+frames=${FRAMES:-1500}
 open_wires
-make_log "$frames" "${DURATION:-4}" 1
+make_log "$frames" "${DURATION:-2}" 1
 vboardctl can trace keep $((2 * frames))
 vboardctl can trace clear
 vcictl replay "$log" >"$trace.receipt"
