@@ -23,7 +23,7 @@ for ((sent = 0; sent < frames; sent += round)); do
 done
 echo "$((6 * frames)) frames in $((SECONDS - started)) s"
 end_recording
-close_all_channels
+close_wires
 
 trace_of_wires
 [ "$(wc -l <"$file.wires")" = $((12 * frames)) ] # each frame at both ends of its wire

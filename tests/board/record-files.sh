@@ -60,4 +60,4 @@ can2 11111111#R ok
 can2 322##1AABBCCDD ok
 END
 log2asc -I "$file.log" can0 can1 can2 can3 can4 can5 | grep -c '  Rx \|  Tx '
-close_all_channels
+close_wires

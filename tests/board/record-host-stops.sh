@@ -40,7 +40,7 @@ send 50
 announce 2
 wait_for 30 eval '[ $(($(messages) - at)) -ge $((100 + 2 * each)) ]'
 end_recording
-close_all_channels
+close_wires
 
 trace_of_wires
 for channel in 2 3; do

@@ -36,4 +36,4 @@ exec 3>&-
 tr -d '\r' <"$trace.receipt" | tail -n 2
 compare_with_log
 tr -d '\r' <"$trace.receipt" | grep -q "$frames frames due, $frames sent, 0 lost; "
-close_wires
+end_replay

@@ -14,4 +14,4 @@ tail -n 2 "$trace.receipt"
 compare_with_log
 grep -q "^$frames frames due, $frames sent, 0 lost; " "$trace.receipt"
 grep -q "^$frames frames given to the device in .*, ended$" "$trace.receipt"
-close_wires
+end_replay

@@ -21,3 +21,18 @@ console_shows() { tail -c +$((console_begin + 1)) "$VBOARD_CONSOLE" | grep -aqF 
 
 # The CAN frame records of a channel code in a file of messages, in the order of their arrival.
 of_channel() { grep -E "^00.{8}0919$1" "$2" || true; }
+
+# All CAN channels, two on a wire, at 1 and 8 Mbit/s.
+open_wires() {
+    local channel
+    vboardctl can wiring 0-1 2-3 4-5
+    for channel in 0 1 2 3 4 5; do
+        vcictl can set can$channel --bitrate 1M --dbitrate 8M >/dev/null
+        vcictl can open can$channel >/dev/null
+    done
+}
+
+close_wires() {
+    local channel
+    for channel in 0 1 2 3 4 5; do vcictl can close can$channel >/dev/null; done
+}

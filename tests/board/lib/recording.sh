@@ -4,19 +4,9 @@ file=$VBOARD_RESULTS/$(basename "${0%.sh}")-recorded # of results, less the exte
 declare -a generators
 
 open_all_channels() {
-    local channel
-    vboardctl can wiring 0-1 2-3 4-5
-    for channel in 0 1 2 3 4 5; do
-        vcictl can set can$channel --bitrate 1M --dbitrate 8M >/dev/null
-        vcictl can open can$channel >/dev/null
-    done
+    open_wires
     vboardctl can trace clear
     carried_before=$(carried)
-}
-
-close_all_channels() {
-    local channel
-    for channel in 0 1 2 3 4 5; do vcictl can close can$channel >/dev/null; done
 }
 
 messages() { vboardctl stats | awk '$1 == "messages_to_host" { print $2 }'; }

@@ -3,19 +3,9 @@
 log=/tmp/replay.log
 trace=$VBOARD_RESULTS/$(basename "${0%.sh}").trace
 
-open_wires() {
-    local channel
-    vboardctl can wiring 0-1 2-3 4-5
-    for channel in 0 1 2 3 4 5; do
-        vcictl can set can$channel --bitrate 1M --dbitrate 8M >/dev/null
-        vcictl can open can$channel >/dev/null
-    done
-}
-
-close_wires() {
-    local channel
-    ask 1204 # a replay that has ended keeps its descriptors until the next command
-    for channel in 0 1 2 3 4 5; do vcictl can close can$channel >/dev/null; done
+end_replay() {
+    ask 1204 # one that has ended keeps its descriptors until the next command
+    close_wires
 }
 
 # make_log FRAMES SECONDS SEED: a log of mixed frames on three channels, spread at random.

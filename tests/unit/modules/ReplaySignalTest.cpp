@@ -80,6 +80,39 @@ TEST_F(ReplaySignalTest, ASignalThatTheFullLinkDropsIsTriedAgainByTheNextFrame) 
     ExpectSignals(2);
 }
 
+// The host takes a signal behind the confirmation of a batch for one that knows of it.
+TEST_F(ReplaySignalTest, ABatchIsTakenWhenASignalOnItsWayIsOut) {
+    std::atomic<bool> hold{false}, held{false};
+    usb.doorbell = [&] {
+        while (hold) {
+            held = true;
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
+        }
+        return 0;
+    };
+    HoldWrites();
+    auto batch = Numbered(257, 0, kLate);
+    batch[0].interval = batch[1].interval = 0;
+    Take(batch);
+    AwaitHeld();
+    NextFrame();
+    hold = true;
+    gate.Open();
+    Await([&] { return held.load(); }, "signal");
+    std::atomic<bool> taken{false};
+    std::thread host([&] {
+        Download(Numbered(128, 300, kLate));
+        taken = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_FALSE(taken);
+    hold = false;
+    host.join();
+    EXPECT_TRUE(taken);
+    Command(kCancel); // nobody rings the doorbell behind it
+    usb.doorbell = nullptr;
+}
+
 TEST_F(ReplaySignalTest, ItIsSentBehindAFinishToo) {
     HoldWrites();
     Take(Numbered(300, 0));
