@@ -6,7 +6,8 @@
  *   vboard_can_net.c      can0 to can5, the protocol core as a net device
  *   vboard_can_port.c     ncan0 to ncan5 and /dev/norvane_can0 to 5, the port core
  *   vboard_can_regs.c     the registers of both
- *   vboard_can_bus.c      the wires: who sends, how long, who hears it
+ *   vboard_can_bus.c      the wires: who sends, and when
+ *   vboard_can_attempt.c  one frame on a wire: how long, how it ends, who hears it
  *   vboard_can_bits.c     a frame on the wire: its length and its rank
  *   vboard_can_trace.c    what the wires saw
  *   vboard_can_capture.c  what ncan0 to ncan5 tell of it: a packet for each frame
