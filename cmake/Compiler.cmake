@@ -21,8 +21,10 @@ if(VCI_SANITIZE)
   target_link_options(vci_flags INTERFACE -fsanitize=${VCI_SANITIZE})
 endif()
 
-# Of what the fuzzers search: coverage to steer by. It costs the compiler as much as the sanitizers do.
-add_library(vci_coverage INTERFACE)
+# Of src/, which the fuzzers search: with coverage to steer by. It costs the compiler as much as the
+# sanitizers do.
+add_library(vci_src_flags INTERFACE)
+target_link_libraries(vci_src_flags INTERFACE vci_flags)
 if(VCI_FUZZ)
-  target_compile_options(vci_coverage INTERFACE -fsanitize=fuzzer-no-link)
+  target_compile_options(vci_src_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()

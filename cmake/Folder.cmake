@@ -10,7 +10,7 @@ function(vci_folder name)
   list(TRANSFORM ARG_USES PREPEND vci_)
   if(sources)
     add_library(vci_${name} STATIC ${sources})
-    target_link_libraries(vci_${name} PUBLIC ${ARG_USES} ${ARG_LIBS} PRIVATE vci_flags vci_coverage)
+    target_link_libraries(vci_${name} PUBLIC ${ARG_USES} ${ARG_LIBS} PRIVATE vci_src_flags)
     target_include_directories(vci_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
   else() # headers only
     add_library(vci_${name} INTERFACE)

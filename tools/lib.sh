@@ -24,13 +24,13 @@ step() {
     return 1
 }
 
-# build PRESET [TARGET...]: configures where needed, and builds.
+# build PRESET [TARGET...]: configures where the presets are newer, and builds.
 build() {
     local preset=$1
     shift
     (
         cd "$root"
-        [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset"
+        [ "build/$preset/build.ninja" -nt CMakePresets.json ] || cmake --preset "$preset"
         cmake --build "build/$preset" ${1:+--target} "$@"
     )
 }
