@@ -20,6 +20,11 @@ constexpr std::optional<uint8_t> CanChannelOfCode(uint8_t code) {
     return static_cast<uint8_t>(code - kFirstCanCode);
 }
 
+// The flags byte of a frame that the host gives. Bits 4 and 7 mean nothing.
+constexpr uint8_t kDlcMask = 0x0F;
+constexpr uint8_t kRemoteOrBrs = 0x20; // of a classic frame remote, of a CAN FD frame the switch
+constexpr uint8_t kFdFrame = 0x40;
+
 // Payload length by DLC code.
 constexpr std::array<uint8_t, 16> kDlcToLength{0, 1,  2,  3,  4,  5,  6,  7,
                                                8, 12, 16, 20, 24, 32, 48, 64};

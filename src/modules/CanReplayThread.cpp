@@ -1,5 +1,6 @@
 #include "modules/CanReplayThread.h"
 
+#include "base/ThreadPriority.h"
 #include "common/Refusal.h"
 #include "common/UploadFrame.h"
 
@@ -11,7 +12,6 @@
 
 #include <linux/can.h>
 #include <pthread.h>
-#include <sched.h>
 #include <sys/epoll.h>
 
 namespace {
@@ -23,6 +23,7 @@ constexpr std::chrono::microseconds kSignalWait{20};
 // Microseconds.
 constexpr int32_t kBeforeFinish = 1000;
 constexpr int32_t kClosingWait = 100000; // for the last frames to leave the bus
+constexpr int32_t kSignalRetry = 10000;  // to a link that had no room
 
 constexpr uint8_t kEndOfReplay = 128;
 
@@ -62,7 +63,7 @@ CanReplayThread::~CanReplayThread() {
 }
 
 void CanReplayThread::SetLastRequest(uint8_t gid, uint8_t sid, uint32_t handle) {
-    lastRequest = uint64_t{gid} << 40 | uint64_t{sid} << 32 | handle;
+    lastRequest = Request{handle, gid, sid, 0};
 }
 
 // Commands.
@@ -112,12 +113,15 @@ NegtiveErrorCode CanReplayThread::Play() {
     }
     const bool alive = Command(ReplayState::RUNNING);
     // A signal that knows nothing of this batch must be out before a request behind it is answered.
+    // The command stands between the frames' entry into the ring and this look; the thread raises
+    // the flag before it looks at the ring. So one of the two has seen the other.
     while (signalling) {
         std::this_thread::sleep_for(kSignalWait);
     }
     requestSignalFlag = false;
+    // Before the flag fell, the thread may have sent the whole batch and left its signal out.
     if (outstanding && !low && replayFifo.empty()) {
-        SendReplayReadySignal(); // the thread has sent all and kept still, for the earlier signal
+        SendReplayReadySignal();
     }
     if (alive) {
         timer_.Wake(); // for a ring that had run empty; otherwise the thread finds nothing to do
@@ -150,9 +154,7 @@ NegtiveErrorCode CanReplayThread::Start() {
             return OPEN_FILE_FAILED;
         }
     }
-    // Without the right to it the thread keeps the default priority.
-    const sched_param highest{sched_get_priority_max(SCHED_FIFO)};
-    pthread_setschedparam(replayThread.native_handle(), SCHED_FIFO, &highest);
+    SetHighestPriority(replayThread);
     return NO_ERROR;
 }
 
@@ -217,10 +219,14 @@ void CanReplayThread::ArmTimer() {
             return;
         }
     }
-    if (finishTempStatus && !timer_.IsArmed() && (Plays(state) || state == ReplayState::FINISH) &&
-        replayFifo.empty()) {
-        timer_.SetTimer(
-            ReplayTimer::kAtOnce); // the host finished when the last frame was gone already
+    if (timer_.IsArmed() || !replayFifo.empty()) {
+        return;
+    }
+    if (finishTempStatus && (Plays(state) || state == ReplayState::FINISH)) {
+        // The host finished when the last frame was gone already.
+        timer_.SetTimer(ReplayTimer::kAtOnce);
+    } else if (signalDue && Plays(state)) {
+        timer_.SetTimer(kSignalRetry); // no frame is left that would try again
     }
 }
 
@@ -269,7 +275,7 @@ void CanReplayThread::SendNextFrame() {
     }
     // By what was looked at above: a frame that has come since has no timer.
     queueFirstFlag = !armed;
-    signalling = true; // first: what is seen below then knows of each batch that does not wait
+    signalling = true; // before the looks below: a batch that they miss waits for their signal
     const ReplayState state = SharedReplayState::StateOf(replayState.Get());
     if (finishTempStatus && replayFifo.empty() && (Plays(state) || state == ReplayState::FINISH)) {
         timer_.SetTimer(kBeforeFinish);
@@ -328,9 +334,8 @@ void CanReplayThread::Fail() {
     ClearStatusFlag();
     replayFifo.clear();
     replayState.Abandon();
-    const uint64_t request = lastRequest;
-    SendRefusal(OPEN_FILE_FAILED, static_cast<uint8_t>(request >> 40),
-                static_cast<uint8_t>(request >> 32), static_cast<uint32_t>(request));
+    const Request request = lastRequest;
+    SendRefusal(OPEN_FILE_FAILED, request.gid, request.sid, request.handle);
 }
 
 void CanReplayThread::ClearStatusFlag() {
@@ -339,14 +344,17 @@ void CanReplayThread::ClearStatusFlag() {
     queueFirstFlag = true;
     finishTimeOutFlag = false;
     requestSignalFlag = false;
+    signalDue = false;
 }
 
 void CanReplayThread::SendReplayReadySignal() {
     UploadFrame<2> signal;
-    signal.Service().U8(static_cast<uint8_t>(lastRequest >> 40)).U8(UPLOAD_REPLAY_SIGNAL_SID);
+    signal.Service().U8(lastRequest.load().gid).U8(UPLOAD_REPLAY_SIGNAL_SID);
     // Before the host can answer: its batch clears this, and must not find it cleared too early.
     requestSignalFlag = true;
-    if (!signal.Send()) {
+    const bool sent = signal.Send();
+    signalDue = !sent;
+    if (!sent) {
         requestSignalFlag = false; // no room in the link: the next frame tries again
     }
 }

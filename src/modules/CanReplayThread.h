@@ -57,6 +57,14 @@ class CanReplayThread {
     void Cancel();
 
   private:
+    struct Request {
+        uint32_t handle;
+        uint8_t gid;
+        uint8_t sid;
+        uint16_t none; // to the size of a word, which is read and written whole
+    };
+    static_assert(std::atomic<Request>::is_always_lock_free);
+
     // Main thread.
     bool Command(ReplayState next);
     void Join();
@@ -83,10 +91,11 @@ class CanReplayThread {
     SharedReplayState replayState;
     std::atomic<bool> threadRunning{false};
     std::atomic<bool> requestSignalFlag{false}; // a ready signal is out
+    std::atomic<bool> signalDue{false};         // the link had no room for the last one
     std::atomic<bool> signalling{false};        // the thread decides on one, or sends it
     std::atomic<bool> finishTempStatus{false};  // the host has no more data
     std::atomic<bool> restartTimer{false};      // the waiting frame gets its full interval
-    std::atomic<uint64_t> lastRequest{0};       // gid, sid and handle, from the top
+    std::atomic<Request> lastRequest{};
 
     // The replay thread's, and the main thread's while there is none.
     bool queueFirstFlag = true;     // the next frame's timer is not armed: the ring ran empty

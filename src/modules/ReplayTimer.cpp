@@ -1,5 +1,6 @@
 #include "modules/ReplayTimer.h"
 
+#include <cerrno>
 #include <ctime>
 
 #include <sys/epoll.h>
@@ -72,7 +73,11 @@ void ReplayTimer::SetTimer(int32_t intervalUs) {
 }
 
 int ReplayTimer::Wait(epoll_event& event) {
-    return epoll_wait(epollFd.get(), &event, 1, -1);
+    int events = 0;
+    do {
+        events = epoll_wait(epollFd.get(), &event, 1, -1);
+    } while (events == -1 && errno == EINTR); // the process was stopped for a while, and goes on
+    return events;
 }
 
 bool ReplayTimer::TakeWakeUp(const epoll_event& event) {

@@ -16,17 +16,8 @@ constexpr size_t kFirstChannelOffset = 4;      // of the first frame's channel
 constexpr size_t kFrameHead = 10;              // bytes of a frame before its data
 constexpr uint32_t kExtendedMask = 0x9FFFFFFF; // identifier and flag
 
-// Flags byte of a frame. Bits 4 and 7 mean nothing.
-constexpr uint8_t kDlcMask = 0x0F;
-constexpr uint8_t kBrsBit = 5;
-constexpr uint8_t kFdBit = 6;
-
 uint32_t GetCANID(uint32_t idWord) {
     return (idWord & CAN_EFF_FLAG) != 0 ? idWord & kExtendedMask : idWord & CAN_SFF_MASK;
-}
-
-uint8_t Bit(uint8_t flags, uint8_t bit) {
-    return flags >> bit & 1;
 }
 
 } // namespace
@@ -107,8 +98,8 @@ NegtiveErrorCode VciCanReplayService::AnalyReplayFrame(std::span<const uint8_t> 
         frame.intervalTime = reader.U32();
         frame.Frame.id = GetCANID(reader.U32());
         const uint8_t flags = reader.U8();
-        frame.Frame.FDF = Bit(flags, kFdBit);
-        frame.Frame.BRS = Bit(flags, kBrsBit);
+        frame.Frame.FDF = (flags & kFdFrame) != 0 ? 1 : 0;
+        frame.Frame.BRS = (flags & kRemoteOrBrs) != 0 ? 1 : 0;
         frame.Frame.reallen = kDlcToLength[flags & kDlcMask];
         const auto data = reader.Bytes(frame.Frame.reallen);
         if (!reader.ok()) {

@@ -8,20 +8,15 @@ namespace net {
 
 namespace {
 
-// Flags byte of a frame. Bits 4 and 7 mean nothing.
-constexpr uint8_t kDlcMask = 0x0F;
-constexpr uint8_t kRemoteOrSwitch = 1 << 5;
-constexpr uint8_t kFd = 1 << 6;
-
 // Takes the data behind an id word and a flags byte: as many bytes as the DLC code says.
 CanRequestFrame ReadFrame(uint32_t idWord, uint8_t flags, WireReader& data) {
     CanRequestFrame read;
     read.extended = (idWord & CAN_EFF_FLAG) != 0;
     const canid_t id = idWord & (read.extended ? CAN_EFF_MASK : CAN_SFF_MASK);
-    read.bit5 = (flags & kRemoteOrSwitch) != 0;
+    read.bit5 = (flags & kRemoteOrBrs) != 0;
     const uint8_t length = kDlcToLength[flags & kDlcMask];
     const auto bytes = data.Bytes(length);
-    read.frame_data.is_fd = (flags & kFd) != 0;
+    read.frame_data.is_fd = (flags & kFdFrame) != 0;
     if (read.frame_data.is_fd) {
         canfd_frame& frame = read.frame_data.fd;
         frame.can_id = id;

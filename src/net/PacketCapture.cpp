@@ -1,11 +1,11 @@
 #include "net/PacketCapture.h"
 
+#include "base/ThreadPriority.h"
+
 #include <cstdio>
 #include <cstring>
 
 #include <arpa/inet.h>
-#include <pthread.h>
-#include <sched.h>
 
 namespace net {
 
@@ -64,10 +64,7 @@ void PacketCapture::StartCapturer() {
         return;
     }
     workerThread_ = std::thread([this] { PcapLoop(); });
-    // Without the right to it the worker keeps the default priority: recording late is better than
-    // not at all.
-    const sched_param highest{sched_get_priority_max(SCHED_FIFO)};
-    pthread_setschedparam(workerThread_.native_handle(), SCHED_FIFO, &highest);
+    SetHighestPriority(workerThread_);
 }
 
 void PacketCapture::StopCapturer() {

@@ -1,5 +1,6 @@
 #include "modules/LinSchedule/LinExecutor.h"
 
+#include "base/ThreadPriority.h"
 #include "modules/LinSchedule/LinFrame.h"
 #include "modules/LinSchedule/LinSlot.h"
 #include "utils/Console.h"
@@ -9,9 +10,6 @@
 #include <string>
 #include <system_error>
 #include <utility>
-
-#include <pthread.h>
-#include <sched.h>
 
 namespace {
 
@@ -71,10 +69,7 @@ void LinExecutor::start() {
                   ": the schedule does not start, there is no thread for it: " + error.what());
         return;
     }
-    sched_param param{};
-    param.sched_priority = sched_get_priority_max(SCHED_FIFO);
-    // A machine that does not grant it runs the schedule all the same, less exactly.
-    static_cast<void>(pthread_setschedparam(timer_thread_.native_handle(), SCHED_FIFO, &param));
+    SetHighestPriority(timer_thread_);
 }
 
 void LinExecutor::stop() {

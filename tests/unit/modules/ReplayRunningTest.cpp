@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <numeric>
 
 #include <pthread.h>
@@ -103,6 +104,17 @@ TEST_F(ReplayRunningTest, SignalsStayAwayFromTheThread) {
     sigaction(SIGUSR2, &before, nullptr);
     AwaitSent(20);
     EXPECT_TRUE(replies.empty());
+}
+
+TEST_F(ReplayRunningTest, AProcessThatIsStoppedAndGoesOnGoesOnReplaying) {
+    auto batch = Numbered(2, 0);
+    batch[1].interval = 60 * kSecond; // the thread waits for it
+    Take(batch);
+    AwaitSent(1);
+    ASSERT_EQ(std::system("kill -STOP $PPID; sleep 0.05; kill -CONT $PPID"), 0);
+    LetPass(20);
+    EXPECT_TRUE(replies.empty()); // no refusal
+    EXPECT_EQ(OpenedInAll(), 3U);
 }
 
 TEST_F(ReplayRunningTest, TheHostIsAskedOnceWhenTheRingIsHalfEmpty) {

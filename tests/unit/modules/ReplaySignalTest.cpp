@@ -25,6 +25,11 @@ class ReplaySignalTest : public ReplayTest {
         uint32_t out_;
     };
 
+    // While the link is full: the messages in it are nothing to look at.
+    static void HaveNoRoomForAWhile() {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30)); // two or three tries
+    }
+
     void ExpectSignals(int count) {
         LetPass(20);
         EXPECT_EQ(signals, count);
@@ -78,6 +83,37 @@ TEST_F(ReplaySignalTest, ASignalThatTheFullLinkDropsIsTriedAgainByTheNextFrame) 
     gate.Open();
     AwaitSent(3);
     ExpectSignals(2);
+}
+
+TEST_F(ReplaySignalTest, ASignalThatTheFullLinkDropsIsTriedAgainWhenNoFrameIsLeft) {
+    HoldWrites();
+    Take(Numbered(3, 0));
+    AwaitHeld();
+    ExpectSignals(1); // of the batch
+    {
+        const FullLink full(usb);
+        gate.Open();
+        HaveNoRoomForAWhile();
+    }
+    Await([&] { return signals == 2; }, "signal");
+    ExpectSignals(2);
+    ExpectAReplayWorks();
+}
+
+TEST_F(ReplaySignalTest, ADroppedSignalIsTriedAgainBehindAPause) {
+    HoldWrites();
+    Take(Numbered(1, 0));
+    AwaitHeld();
+    ExpectSignals(1);
+    Command(kPause);
+    {
+        const FullLink full(usb);
+        gate.Open();
+        HaveNoRoomForAWhile();
+    }
+    ExpectSignals(1);
+    Command(kContinue);
+    Await([&] { return signals == 2; }, "signal");
 }
 
 // The host takes a signal behind the confirmation of a batch for one that knows of it.
