@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <linux/capability.h>
@@ -55,11 +56,11 @@ class Road {
         for (uint32_t ch = 0; ch < 6; ++ch) {
             board_.Registers(0x80000000U + (ch << 16)).SetWord(0x18, 1); // a reset ends at once
         }
-        group_ = std::make_unique<VciGroupService>(&loop_, pool_);
+        group_ = std::make_unique<VciGroupService>(&loop_, pool_, clearFlag_);
         group_->Init();
     }
     // What a clear leaves for the next start would make this one answer it.
-    ~Road() { std::remove("/tmp/vci-clear.flag"); }
+    ~Road() { std::remove(clearFlag_.c_str()); }
     Road(const Road&) = delete;
     Road& operator=(const Road&) = delete;
 
@@ -206,6 +207,7 @@ class Road {
 
     MemoryUsb& usb_ = MemoryUsb::Instance();
     MemoryBoard& board_ = MemoryBoard::Instance();
+    const std::string clearFlag_ = "/tmp/vci-clear.flag." + std::to_string(getpid());
     ZephEventLoop loop_;
     std::shared_ptr<ZephEventLoopThreadPool> pool_;
     std::unique_ptr<VciGroupService> group_;

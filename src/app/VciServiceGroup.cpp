@@ -4,7 +4,8 @@
 #include "drivers/UsbDriver.h"
 
 VciGroupService::VciGroupService(ZephEventLoop* loop,
-                                 const std::shared_ptr<ZephEventLoopThreadPool>& pool)
+                                 const std::shared_ptr<ZephEventLoopThreadPool>& pool,
+                                 const std::string& clearFlag)
     : VciService(loop),
       func_map{
           {DEV_CFG_SERVICE_GID, &VciGroupService::CommCfgGroupService},
@@ -16,8 +17,8 @@ VciGroupService::VciGroupService(ZephEventLoop* loop,
           {NET_CONFIG_SERVICE_GID, &VciGroupService::NetCfgGroupService},
           {SEND_NET_FRAME_SERVICE_GID, &VciGroupService::NetSendMsgGroupService},
       },
-      commCfgSrv_(loop),
-      ethCfgSrv_(loop),
+      commCfgSrv_(loop, clearFlag),
+      ethCfgSrv_(loop, clearFlag),
       recordSrv_(loop),
       devSyncSrv_(loop),
       sendSrv_(loop, pool),

@@ -2,6 +2,7 @@
 
 #include "app/FrameBoundary.h"
 #include "common/VciService.h"
+#include "modules/CommCfgGroup.h"
 #include "modules/CommCfgService.h"
 #include "modules/DataRecordService.h"
 #include "modules/DevSyncService.h"
@@ -13,6 +14,7 @@
 
 #include <map>
 #include <memory>
+#include <string>
 
 class ZephEventLoop;
 class ZephEventLoopThreadPool;
@@ -22,7 +24,9 @@ class ZephEventLoopThreadPool;
 class VciGroupService : public VciService {
   public:
     // Every service gets `loop`; `pool`, not started yet, is for the services that deal out work.
-    VciGroupService(ZephEventLoop* loop, const std::shared_ptr<ZephEventLoopThreadPool>& pool);
+    // `clearFlag` stands for kClearFlag.
+    VciGroupService(ZephEventLoop* loop, const std::shared_ptr<ZephEventLoopThreadPool>& pool,
+                    const std::string& clearFlag = kClearFlag);
 
     // Starts the services that need a start, once the USB channel is set up.
     void Init();

@@ -68,7 +68,7 @@ std::optional<uint8_t> HexDigit(char c) {
 
 } // namespace
 
-CommCfgService::CommCfgService(ZephEventLoop* loop, std::string cidFile, std::string clearFlag)
+CommCfgService::CommCfgService(ZephEventLoop* loop, std::string clearFlag, std::string cidFile)
     : VciService(loop),
       func_map{
           {RESET_DEV_SID, &CommCfgService::ResetDevice},
@@ -222,8 +222,8 @@ void CommCfgService::WriteSequence() {
     PrintLine(std::string("Serial Number: ").append(kSerialMark) + digits);
     AnswerSerial(partition.good(), partition.tellp());
 
-    // Only now to the card, whether or not there is something to write: a card that is slow must
-    // not keep the host waiting. The host is not told what comes of it.
+    // Behind every answer, a refusal too: a card that is slow must not keep the host waiting. The
+    // host is not told what comes of it.
     UniqueFd synced(open(kSerialPartition, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
     if (!synced) {
         perror("open failed");

@@ -3,22 +3,13 @@
 #include "common/VciService.h"
 #include "drivers/CanManage.h"
 #include "hal/IMachine.h"
+#include "modules/CommCfgGroup.h"
 #include "net/CanSend.h"
 #include "utils/UniqueFd.h"
 
 #include <map>
 #include <memory>
 #include <string>
-
-enum CommCfgGroup : uint8_t {
-    RESET_DEV_SID = 1,
-    GET_DEV_VERSION_SID = 6,
-    CLEAR_ALL_CONFIG_SID = 8,
-    GET_DEV_TIME_SID = 18,
-    GET_DEV_UUID = 20,
-    GET_DEV_BUILDINFO_SID = 24,
-    WRITE_SEQUENCE = 25,
-};
 
 struct Version_ {
     int majorVersionNum;
@@ -30,11 +21,10 @@ struct Version_ {
 // serial record, and clears all configuration by ending the process. Lives on the main thread.
 class CommCfgService : public VciService {
   public:
-    // `cidFile`: the card identification register of the eMMC as text, 32 hex digits or more.
     // `clearFlag`: what a clear leaves for the next start, which answers it (NetCfgService).
-    explicit CommCfgService(ZephEventLoop* loop,
-                            std::string cidFile = "/sys/block/mmcblk0/device/cid",
-                            std::string clearFlag = "/tmp/vci-clear.flag");
+    // `cidFile`: the card identification register of the eMMC as text, 32 hex digits or more.
+    explicit CommCfgService(ZephEventLoop* loop, std::string clearFlag = kClearFlag,
+                            std::string cidFile = "/sys/block/mmcblk0/device/cid");
 
     void HandleReadEvent();
 

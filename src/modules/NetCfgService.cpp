@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr uint8_t kClearAllConfigSid = 8;
-
 constexpr uint8_t kHighestTerminal = 2;
 
 } // namespace
@@ -31,7 +29,7 @@ void NetCfgService::Init() {
         return;
     }
     gid_ = DEV_CFG_SERVICE_GID;
-    sid_ = kClearAllConfigSid;
+    sid_ = CLEAR_ALL_CONFIG_SID;
     UsbTimeResponse();
     files->Rm(clearFlag_);
 }

@@ -2,6 +2,7 @@
 
 #include "common/VciService.h"
 #include "drivers/CanManage.h"
+#include "modules/CommCfgGroup.h"
 
 #include <map>
 #include <optional>
@@ -21,10 +22,11 @@ enum NetCfgGroup : uint8_t {
 class NetCfgService : public VciService {
   public:
     // `clearFlag`: the file that the clearing of the whole configuration leaves for the next start.
-    explicit NetCfgService(ZephEventLoop* loop, std::string clearFlag = "/tmp/vci-clear.flag");
+    explicit NetCfgService(ZephEventLoop* loop, std::string clearFlag = kClearFlag);
 
     // Answers the request to clear the whole configuration, when this start is the restart that it
-    // asked for.
+    // asked for: CommCfgService, which takes that request, had ended the process. Answered here
+    // because the configuration that a host waits for, to write it anew, is this service's.
     void Init();
 
     void HandleReadEvent();

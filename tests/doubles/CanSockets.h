@@ -37,6 +37,13 @@ class CanSockets : public net::ZephCanCom {
         return ZephCanCom::getfd2();
     }
 
+    int CloseAll(int mode) override {
+        if (beforeClose) {
+            beforeClose();
+        }
+        return ZephCanCom::CloseAll(mode);
+    }
+
     int Raw() const { return fd1_; }
 
     std::vector<Message> Frames() const { return TakeAll(rawEnd_); }
@@ -50,6 +57,7 @@ class CanSockets : public net::ZephCanCom {
 
     int opened = 0;
     std::function<void()> beforePeriodic;
+    std::function<void()> beforeClose;
 
     // Puts such sockets in place of all six channels.
     static std::array<std::shared_ptr<CanSockets>, 6> Replace(net::ZephCanComM& manager) {

@@ -21,6 +21,9 @@ MemoryRegAccess::MemoryRegAccess(size_t size) : words_(size / sizeof(uint32_t)) 
 }
 
 int MemoryRegAccess::Write(uint32_t offset, uint32_t value) {
+    if (beforeWrite) {
+        beforeWrite(offset);
+    }
     if (failWrites) {
         return -1;
     }
@@ -48,6 +51,7 @@ void MemoryRegAccess::Reset() {
     std::fill(words_.begin(), words_.end(), 0);
     failWrites = false;
     afterRead = nullptr;
+    beforeWrite = nullptr;
     writes.clear();
 }
 

@@ -26,6 +26,7 @@ class MemoryRegAccess : public Hal::RegBlock {
 
     bool failWrites = false;
     std::function<void(uint32_t offset)> afterRead;    // what the hardware does next
+    std::function<void(uint32_t offset)> beforeWrite;  // a look at things as they are
     std::vector<std::pair<uint32_t, uint32_t>> writes; // offset and value, in order
 
   private:

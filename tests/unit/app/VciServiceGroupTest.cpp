@@ -3,6 +3,7 @@
 #include "base/ZephEventLoop.h"
 #include "base/ZephEventLoopThreadPool.h"
 #include "support/BoardTest.h"
+#include "utils/TempDir.h"
 
 namespace {
 
@@ -58,11 +59,13 @@ class VciServiceGroupTest : public BoardTest {
                 0};
     }
 
+    TempDir files;
     ZephEventLoop loop;
     std::shared_ptr<ZephEventLoopThreadPool> pool =
         std::make_shared<ZephEventLoopThreadPool>(&loop, 3);
     // On the heap: services carry large buffers.
-    std::unique_ptr<VciGroupService> holder = std::make_unique<VciGroupService>(&loop, pool);
+    std::unique_ptr<VciGroupService> holder =
+        std::make_unique<VciGroupService>(&loop, pool, files / "clear.flag");
 };
 
 TEST_F(VciServiceGroupTest, RequestsAboutTheDeviceReachTheirService) {
@@ -107,8 +110,19 @@ TEST_F(VciServiceGroupTest, LinRequestsReachTheirService) {
 }
 
 TEST_F(VciServiceGroupTest, TheStartAnswersAClearOfTheConfigurationBeforeItReadsRequests) {
+    files.Write("clear.flag", "");
+    usb.HostWrite(Frame({16, 1}));
     holder->Init();
-    EXPECT_TRUE(Answers().empty()); // no clear has asked for this start
+    Bytes cleared = kTime;
+    cleared[5] = 1;
+    cleared[6] = 8;
+    EXPECT_EQ(Answers(), std::vector<Bytes>{cleared});
+    EXPECT_EQ(Event(), std::vector<Bytes>{kTime});
+}
+
+TEST_F(VciServiceGroupTest, AnyOtherStartAnswersNothing) {
+    holder->Init();
+    EXPECT_TRUE(Answers().empty());
 }
 
 TEST_F(VciServiceGroupTest, InitStartsTheSyncService) {
@@ -170,7 +184,7 @@ TEST_F(VciServiceGroupTest, AServiceLengthOfZeroIsATwelveByteFrame) {
 TEST_F(VciServiceGroupTest, ZeroToSevenBytesAreRefusedAndTheIndexMovesByTwelve) {
     for (uint32_t count = 0; count <= 7; ++count) {
         usb.Reset();
-        holder = std::make_unique<VciGroupService>(&loop, pool);
+        holder = std::make_unique<VciGroupService>(&loop, pool, files / "clear.flag");
         usb.HostWrite(Bytes(count, 0xFF));
         holder->HandleUsbEvent();
         EXPECT_EQ(Answers(), std::vector<Bytes>{kErrorLength}) << count << " bytes";
@@ -344,7 +358,7 @@ TEST_F(VciServiceGroupTest, IndicesThatAnEarlierDaemonLeftBeyondSenseCostNoFrame
     for (const uint32_t out : {9U, 66000U, 0x8000000CU, 0xFFE00000U}) {
         usb.Reset();
         usb.Set(MemoryUsb::kReadOut, out);
-        holder = std::make_unique<VciGroupService>(&loop, pool);
+        holder = std::make_unique<VciGroupService>(&loop, pool, files / "clear.flag");
         holder->StartReading();
         EXPECT_EQ(Event(), std::vector<Bytes>{});
         ExpectTimeIsAnswered();

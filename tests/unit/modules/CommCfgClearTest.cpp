@@ -1,6 +1,9 @@
 #include "modules/CommCfgFixture.h"
 #include "modules/IOADCService.h"
 
+#include <algorithm>
+#include <sstream>
+
 namespace {
 
 using Drivers::CanManage;
@@ -67,6 +70,49 @@ TEST_F(CommCfgClearTest, TheProcessEndsBehindEverythingElse) {
     EXPECT_TRUE(done);
 }
 
+// Who hears of a later step finds the earlier ones done.
+TEST_F(CommCfgClearTest, LinEndsFirstThenCanByStepsThenTheOutputsThenTheProcess) {
+    auto& io = board.Registers(0x88000000);
+    auto& terminators = board.Registers(0x82000000);
+    auto& com = net::ZephCanComM::GetInstance();
+    io.SetWord(12, 3);
+    terminators.SetWord(4, 0xFFF);
+    CanManage::statusMask_ = 1 << 1 | 1 << 4;
+    Strings seen;
+    const auto look = [&](const char* at) {
+        std::ostringstream line;
+        line << at << ": lin closed " << lin.sockets[1]->closeModes.size() << ", can open "
+             << com.GetComNetStatus(5) << ", status " << std::hex << CanManage::statusMask_
+             << ", terminators " << terminators.Word(4) << ", io " << io.Word(12) << ", flag "
+             << IsFlagged();
+        seen.push_back(line.str());
+    };
+    channels[0]->beforeClose = [&] { look("sockets"); };
+    for (const uint32_t ch : {1U, 4U}) {
+        board.Registers(0x80000000U + (ch << 16)).afterRead = [&look, ch](uint32_t) {
+            look(ch == 1 ? "can1" : "can4");
+        };
+    }
+    io.beforeWrite = [&](uint32_t offset) {
+        if (offset == 12) {
+            look("io");
+        }
+    };
+    board.Machine().onCall = [&] { look("end"); };
+    Clear();
+    channels[0]->beforeClose = nullptr;
+    board.Reset();
+    seen.erase(std::unique(seen.begin(), seen.end()), seen.end());
+    EXPECT_EQ(seen,
+              (Strings{
+                  "sockets: lin closed 1, can open 1, status 12, terminators fff, io 3, flag 0",
+                  "can1: lin closed 1, can open 0, status 12, terminators fbe, io 3, flag 0",
+                  "can4: lin closed 1, can open 0, status 12, terminators c30, io 3, flag 0",
+                  "io: lin closed 1, can open 0, status 0, terminators 0, io 3, flag 0",
+                  "end: lin closed 1, can open 0, status 0, terminators 0, io 0, flag 1",
+              }));
+}
+
 // The device files take what is written behind what is read: for each channel the responses are
 // dropped, the reception is switched off, and the disturbance is reset.
 TEST_F(CommCfgClearTest, LinIsClearedBeforeItIsClosed) {
@@ -116,7 +162,10 @@ TEST_F(CommCfgClearTest, ARunningScheduleEndsAndIsForgotten) {
     lin.schedules.setResMsg(0, 0x50, 2, data);
     lin.schedules.startExecutor(0);
     WaitForFrames(4);
-    Clear();
+    const std::string told = Told([&] { Clear(); });
+    // Of both channels: the responses go behind the table.
+    const std::string noTable = "LinScheduleManager::clearResMsg current table is null:\n";
+    EXPECT_NE(told.find(noTable, told.find(noTable) + 1), std::string::npos) << told;
     EXPECT_FALSE(lin.schedules.getExecutorStatus(0));
     EXPECT_FALSE(lin.schedules.getStatus(0));
     lin_tx_message kept = Header(0x50);

@@ -24,8 +24,9 @@ class CommCfgServiceTest : public LinTest {
         for (const auto& channel : channels) {
             channel->Open(); // afresh
             channel->beforePeriodic = nullptr;
+            channel->beforeClose = nullptr;
         }
-        service.emplace(&loop, files / "cid", files / "clear.flag");
+        service.emplace(&loop, files / "clear.flag", files / "cid");
     }
     ~CommCfgServiceTest() override {
         limlog::singleton()->setOutput(limlog::StdoutWriter::mywrite);

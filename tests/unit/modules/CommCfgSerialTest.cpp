@@ -52,6 +52,13 @@ TEST_F(CommCfgSerialTest, TheSerialStandsBehindItsMarkAtByte512) {
     EXPECT_EQ(files.Read("dev/mmcblk0p3"), BehindZeros("NV0123456789"));
 }
 
+TEST_F(CommCfgSerialTest, ASerialOfAnotherLengthIsRefusedAndNotWritten) {
+    ExpectRefused(Serial(""), kLength);
+    ExpectRefused(Serial("012345678"), kLength);
+    ExpectRefused(Serial("01234567890"), kLength);
+    EXPECT_FALSE(std::filesystem::exists(partition));
+}
+
 TEST_F(CommCfgSerialTest, AFileInThePartitionsPlaceIsEmptiedFirst) {
     files.Write("dev/mmcblk0p3", std::string(1024, 'x'));
     ExpectShort(Ask(Serial("abcdefghij")), 1, 25);
