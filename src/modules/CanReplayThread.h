@@ -57,11 +57,13 @@ class CanReplayThread {
     void Cancel();
 
   private:
-    struct Request {
+    // Aligned as the word it is read and written as: by alignment clang decides whether to call a
+    // library for it.
+    struct alignas(uint64_t) Request {
         uint32_t handle;
         uint8_t gid;
         uint8_t sid;
-        uint16_t none; // to the size of a word, which is read and written whole
+        uint16_t none; // to the size of the word
     };
     static_assert(std::atomic<Request>::is_always_lock_free);
 
