@@ -1,7 +1,8 @@
 #!/bin/bash
 # The start that follows a clear of the whole configuration answers it, once.
-set -euo pipefail
+. tests/board/lib/base.sh
 
+trap 'vboardctl daemon start || true' EXIT
 vboardctl daemon stop
 touch /tmp/vci-clear.flag
 cat >"$VBOARD_RESULTS/clear-answer.script" <<'TALK'

@@ -35,11 +35,15 @@ ask 0601 00 02 10026400 11046400
 begin_records
 hear 2000 0606 00 01
 wait_for 30 hear_both_buses
-[ "$(schedules)" = 1 ]
+[ "$(running_jobs)" = 1 ]
 # A replay: a frame after 1 ms, and one that waits for 100 s. Its thread has a schedule's priority.
-hear 500 1201 0200 00 e8030000 55010000 01 aa 00 00e1f505 56010000 01 bb
-grep -q '^00.\{8\}09190855010000' "$messages"
-[ "$(schedules)" = 2 ]
+hear_replayed() {
+    hear 500
+    grep -q '^00.\{8\}09190855010000' "$messages"
+}
+ask 1201 0200 00 e8030000 55010000 01 aa 00 00e1f505 56010000 01 bb
+wait_for 20 hear_replayed
+[ "$(running_jobs)" = 2 ]
 [ "$(tasks)" = 1 ]
 vboardctl can state | grep -q '^can0 .*link=up.*termination=[23]'
 
@@ -56,12 +60,12 @@ vboardctl daemon wait-ready 20
 [ "$(vboardctl daemon pid)" != "$old" ]
 [ ! -e /tmp/vci-clear.flag ]
 wait_for 5 console_shows 'clear all config!'
-console_shows 'ready to exit!'
-console_shows 'vci manage normal exit!'
+wait_for 5 console_shows 'ready to exit!'
+wait_for 5 console_shows 'vci manage normal exit!'
 [ "$(ends)" = $((ends_before + 1)) ]
 
 # Of what ran nothing is left.
-[ "$(schedules)" = 0 ]
+wait_for 20 is 0 running_jobs
 [ "$(tasks)" = 0 ]
 vboardctl can state >"$VBOARD_RESULTS/device-clear.can"
 vboardctl lin 0 >"$VBOARD_RESULTS/device-clear.lin"

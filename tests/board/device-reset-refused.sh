@@ -7,15 +7,15 @@ program=$(readlink "/proc/$(vboardctl daemon pid)/exe")
 running() { pidof "$program" >/dev/null; }
 gone() { ! running; }
 end() {
-    kill -TERM "$(pidof "$program")"
+    kill -TERM $(pidof "$program") || true
     wait_for 20 gone
     vboardctl daemon start
     vboardctl daemon wait-ready 20
 }
 
 vboardctl daemon stop
-setpriv --bounding-set=-sys_boot --inh-caps=-sys_boot "$program" >/dev/null 2>&1
 trap end EXIT
+setpriv --bounding-set=-sys_boot --inh-caps=-sys_boot "$program" >/dev/null 2>>"$VBOARD_RESULTS/daemon.log"
 wait_for 20 running
 cat >"$VBOARD_RESULTS/device-reset-refused.script" <<'TALK'
 deadline 20000

@@ -27,17 +27,23 @@ for digits in 41424344454647484950 00000000000000000000 39383736353433323130; do
     [[ $(answer 0119 $digits) == $positive* ]]
 done
 wait_for 5 has NV9876543210
+ask 0112 # answered behind the write, and behind what the daemon opens for it
 [ "$(holds)" = 1 ]
 if blockdev --rereadpt /dev/mmcblk0 2>/dev/null; then false; fi
 printf NV9876543210 | dd of="$image" bs=1 seek=512 conv=notrunc status=none
 cmp $partition "$image"
 
 # No partition, but something that cannot be opened in its place: NO_FILE.
+restore() {
+    if [ -d $partition ]; then rmdir $partition; fi
+    if [ -e $partition.away ]; then mv $partition.away $partition; fi
+    blockdev --setrw $partition
+}
+trap restore EXIT # the next tests have a card, too
 mv $partition $partition.away
 mkdir $partition
 refused=$(answer 0119 30303030303030303030)
-rmdir $partition
-mv $partition.away $partition
+restore
 [ "$refused" = 00050000006802290119 ]
 wait_for 5 console_shows 'CommCfgService::WriteSequence: cannot open dev/mmcblk0p3'
 

@@ -12,16 +12,16 @@ vboardctl lin 0 node 0x11 A1A2A3A4 # another node answers identifier 11
 # Identifiers 10 of 2 bytes, 11 of 4, 12 of 8, nobody answers the last: 10, 10 and 20 ms.
 begin_records
 ask 0601 00 03 10020a00 11040a00 12081400
-[ "$(schedules)" = 0 ]
+[ "$(running_jobs)" = 0 ]
 hear 1500 0606 00 01
-[ "$(schedules)" = 1 ]
+[ "$(running_jobs)" = 1 ]
 first=$(real_time_threads)
 
 # A response that is set is sent at once; the schedule goes on by itself.
 hear 1000 0603 00 01 10 02 1122000000000000
 [ "$first" != "$(real_time_threads)" ] # from its first slot again
 hear 800 0606 00 00
-[ "$(schedules)" = 0 ]
+[ "$(running_jobs)" = 0 ]
 [ "$(compare_records 0)" -gt 100 ]
 [ "$(awk '$6 == "0x50" && $8 == "1122" && $7 == "lin0"' "$lin_trace" | wc -l)" -gt 10 ]
 [ "$(awk '$6 == "0x11" && $8 == "A1A2A3A4" && $7 == "node"' "$lin_trace" | wc -l)" -gt 30 ]
@@ -37,7 +37,7 @@ begin_records
 hear 500 0606 00 01
 before=$(real_time_threads)
 hear 700 0601 00 02 20020500 10020500
-[ "$(schedules)" = 1 ]
+[ "$(running_jobs)" = 1 ]
 [ "$before" != "$(real_time_threads)" ]
 after=$(real_time_threads)
 # A response is taken away, and the running schedule sends the header alone: no other thread.

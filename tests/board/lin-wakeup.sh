@@ -9,11 +9,11 @@ vboardctl counter run 0
 open_lin 0 commander
 ask 0601 00 01 10020a00
 ask 0606 00 01
-wait_for 5 test "$(schedules)" = 1
+wait_for 5 is 1 running_jobs
 
 # Sleep: the schedule stops, then the command goes out, 3C with its first byte 0.
 vcictl lin sleep lin0 >/dev/null
-[ "$(schedules)" = 0 ]
+[ "$(running_jobs)" = 0 ]
 sleep_was_sent() { vboardctl lin trace | grep -q ' lin0 0x3C lin0 00FFFFFFFFFFFFFF '; }
 wait_for 5 sleep_was_sent
 wait_for 5 console_shows 'VciLinMsgService::SleepCallBack timeout'
@@ -25,7 +25,7 @@ for pulse in 1 2; do
     sleep 0.3
 done
 hear 2500
-running() { [ "$(schedules)" = 1 ]; }
+running() { [ "$(running_jobs)" = 1 ]; }
 wait_for 5 running
 wait_for 5 console_shows 'DataRecordService::LinWakeupCb cb call'
 [ "$(vboardctl lin trace | grep -c ' wakeup ')" = 2 ]

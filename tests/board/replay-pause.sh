@@ -6,8 +6,14 @@
 
 frames=${FRAMES:-1500}
 duration=${DURATION:-4}
-on_wires() { vboardctl can | grep -oE 'sent=[0-9]+' | awk -F= '{ n += $2 } END { print n + 0 }'; }
-carried() { [ $(($(on_wires) - before)) -ge "$1" ]; }
+have_gone() { [ $(($(carried) - before)) -ge "$1" ]; }
+has_paused() { [ "$(grep -ao 'paused: space goes on' "$trace.receipt" | wc -l)" -ge "$1" ]; }
+# Nothing is sent for a second. The expiry that a pause takes effect at may be to come.
+all_is_still() {
+    held=$(carried)
+    sleep 1
+    [ "$(carried)" = "$held" ]
+}
 keys=/tmp/keys
 rm -f $keys
 mkfifo $keys
@@ -16,18 +22,16 @@ open_wires
 make_log "$frames" "$duration" 2
 vboardctl can trace keep $((2 * frames))
 vboardctl can trace clear
-before=$(on_wires)
+before=$(carried)
 # Keys are read from a terminal alone.
 script -qec "vcictl replay $log" /dev/null <$keys >"$trace.receipt" &
 replay=$!
 exec 3>$keys
-for part in 4 2; do
-    wait_for 60 carried $((frames / part))
+for pause in 1 2; do
+    wait_for 60 have_gone $((frames * pause / 5))
     printf ' ' >&3
-    sleep 0.5 # for the key to take effect
-    held=$(on_wires)
-    sleep 1
-    [ "$(on_wires)" = "$held" ]
+    wait_for 20 has_paused $pause
+    wait_for 20 all_is_still
     [ $((held - before)) -lt "$frames" ]
     printf 'p' >&3
 done
@@ -35,5 +39,5 @@ wait $replay
 exec 3>&-
 tr -d '\r' <"$trace.receipt" | tail -n 2
 compare_with_log
-tr -d '\r' <"$trace.receipt" | grep -q "$frames frames due, $frames sent, 0 lost; "
+grep -aq "$frames frames due, $frames sent, 0 lost; " "$trace.receipt"
 end_replay

@@ -17,7 +17,12 @@ wait_for() { # wait_for SECONDS CMD...: until CMD succeeds
 
 # Since the test has begun.
 console_begin=$(stat -c %s "$VBOARD_CONSOLE")
-console_shows() { tail -c +$((console_begin + 1)) "$VBOARD_CONSOLE" | grep -aqF "$1"; }
+console_shows() { grep -aqF "$1" <(tail -c +$((console_begin + 1)) "$VBOARD_CONSOLE"); }
+
+is() { [ "$("${@:2}")" = "$1" ]; } # is TEXT CMD...: what CMD prints, for wait_for
+
+# Frames that the wires have carried since the board's start.
+carried() { vboardctl can | grep -oE 'sent=[0-9]+' | awk -F= '{ n += $2 } END { print n + 0 }'; }
 
 # The CAN frame records of a channel code in a file of messages, in the order of their arrival.
 of_channel() { grep -E "^00.{8}0919$1" "$2" || true; }

@@ -48,7 +48,8 @@ compare_records() { # compare_records CHANNEL
 
 frames_of() { awk -v pid="$1" '$6 == pid' "$lin_trace" | wc -l; } # of a protected identifier
 
-# The daemon's threads of the highest real-time priority: the capture, and one a running schedule.
+# The daemon's threads of the highest real-time priority: the capture, and one a running schedule or
+# replay.
 # Behind a name that is cut out, the 39th field is the priority and the 40th the policy, 1 for FIFO.
 real_time_threads() { sed 's/ .*) / /' "/proc/$(vboardctl daemon pid)"/task/*/stat | awk '$39 == 99 && $40 == 1 { print $1 }'; }
-schedules() { echo $(($(real_time_threads | wc -l) - 1)); }
+running_jobs() { echo $(($(real_time_threads | wc -l) - 1)); }

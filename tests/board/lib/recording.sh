@@ -34,9 +34,6 @@ end_recording() {
     cat "$file.record"
 }
 
-# Frames that the wires have carried since the board's start.
-carried() { vboardctl can | grep -oE 'sent=[0-9]+' | awk -F= '{ n += $2 } END { print n + 0 }'; }
-
 await_wires() { # await_wires COUNT: until so many frames were carried since open_all_channels
     local i
     for ((i = 0; i < 600; i++)); do
