@@ -1,19 +1,22 @@
 // A replay that goes on after a pause is like one that never paused.
 
 #include "modules/ReplayFixture.h"
-#include "modules/TimerSettings.h"
 
 namespace {
 
 class ReplayContinueTest : public ReplayTest {
   protected:
+    // `frames`, paused behind the first; the timer has expired since.
+    void PauseBehindTheFirst(const std::vector<HostFrame>& frames) {
+        HoldTheFirst(frames);
+        Command(kPause);
+        gate.Open();
+        ExpireAndAwait();
+    }
+
     // A replay of 30 frames that has been continued on its way.
     void GoOn() {
-        Take(Numbered(30, 0x100, 5000));
-        AwaitSent(1);
-        Command(kPause);
-        LetPass(15);
-        ASSERT_LT(sent.size(), 30U);
+        PauseBehindTheFirst(Numbered(30, 0x100, 5000));
         Command(kContinue);
     }
 };
@@ -22,15 +25,13 @@ TEST_F(ReplayContinueTest, TheWaitingFrameGetsItsFullInterval) {
     const TimerSettings settings;
     auto batch = Numbered(2, 0x100);
     batch[1].interval = 50000;
-    Take(batch);
-    AwaitSent(1);
-    Command(kPause);
-    LetPass(80);
+    PauseBehindTheFirst(batch);
     const auto continued = Clock::now();
     Command(kContinue);
     AwaitSent(2);
     EXPECT_GE(Clock::now() - continued, std::chrono::microseconds(49980));
-    EXPECT_EQ(settings.Taken(), (std::vector<int64_t>{10, 49980000, 49980000}));
+    // 1 is the expiry in the pause.
+    EXPECT_EQ(settings.Taken(), (std::vector<int64_t>{10, 49980000, 1, 49980000}));
 }
 
 TEST_F(ReplayContinueTest, ABatchFollows) {
@@ -77,7 +78,8 @@ TEST_F(ReplayContinueTest, AContinueOfAnEmptyRingSendsNothing) {
 TEST_F(ReplayContinueTest, APauseHoldsItAgain) {
     GoOn();
     Command(kPause);
-    LetPass(15);
+    ExpireAndAwait();
+    Listen();
     const size_t held = sent.size();
     LetPass(30);
     EXPECT_EQ(sent.size(), held);

@@ -2,40 +2,35 @@
 // 100 ms, then the end message.
 
 #include "modules/ReplayFixture.h"
-#include "modules/TimerSettings.h"
-
-#include <sys/timerfd.h>
 
 namespace {
 
 class ReplayFinishTest : public ReplayTest {
   protected:
-    void FinishOnTheWay() {
-        Take(Numbered(20, 0x100, 2000));
-        AwaitSent(1);
+    // 20 frames, finished while the first is in hand, where `meanwhile` comes too.
+    void FinishOnTheWay(const std::function<void()>& meanwhile = [] {}) {
+        HoldTheFirst(Numbered(20, 0x100, 2000));
         Command(kFinish);
+        meanwhile();
+        gate.Open();
     }
 
-    // In the closing wait, with nothing left to send.
+    // In the closing wait, with nothing left to send. The wait lasts until Expire().
     void FinishAllSent() {
+        settings.Replace(kClosingWait, kNoEnd);
         Take(Numbered(5, 0x100));
         AwaitSent(5);
         Command(kFinish);
-        LetPass(5);
-        ASSERT_EQ(ends, 0);
+        AwaitClosingWait(settings);
     }
+
+    TimerSettings settings;
 };
 
 TEST_F(ReplayFinishTest, TheEndMessageIs18And128And3) {
     FinishOnTheWay();
-    AwaitSent(20);
-    Listen();
-    const auto deadline = Clock::now() + kDeadline;
-    std::vector<Bytes> last;
-    while (last.empty() && Clock::now() < deadline) {
-        last = Answers();
-    }
-    EXPECT_EQ(last, (std::vector<Bytes>{{0, 3, 0, 0, 0, 18, 128, 3, 0, 0, 0, 0, 0, 0, 0, 0}}));
+    AwaitEnd(); // told by all its bytes
+    EXPECT_EQ(kEnd, (Bytes{0, 3, 0, 0, 0, 18, 128, 3, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST_F(ReplayFinishTest, TheRestIsSentFirst) {
@@ -45,11 +40,12 @@ TEST_F(ReplayFinishTest, TheRestIsSentFirst) {
 }
 
 TEST_F(ReplayFinishTest, TheEndMessageComes100MsAfterTheLastFrame) {
-    Take(Numbered(5, 0x100, 20000));
     const auto start = Clock::now();
+    Take(Numbered(5, 0x100, 20000));
     Command(kFinish);
     AwaitEnd();
-    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(190));
+    // Five intervals and the wait, each short by the correction.
+    EXPECT_GE(Clock::now() - start, std::chrono::microseconds(5 * 19980 + 99980));
 }
 
 TEST_F(ReplayFinishTest, OfAnEmptyRingTheEndMessageComesAfter100Ms) {
@@ -77,12 +73,15 @@ TEST_F(ReplayFinishTest, HoweverTheFinishMeetsTheLastFrameTheEndComesOnce) {
 }
 
 TEST_F(ReplayFinishTest, AFinishAgainDoesNotCutTheWaitShort) {
-    FinishAllSent();
+    Take(Numbered(5, 0x100));
+    AwaitSent(5);
     const auto start = Clock::now();
-    Command(kFinish);
-    Command(kFinish);
+    for (int i = 0; i < 3; ++i) {
+        Command(kFinish);
+        LetPass(5);
+    }
     AwaitEnd();
-    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(50));
+    EXPECT_GE(Clock::now() - start, std::chrono::microseconds(99980));
     LetPass(120);
     EXPECT_EQ(ends, 1);
 }
@@ -99,20 +98,11 @@ TEST_F(ReplayFinishTest, ABatchInTheClosingWaitIsSentAndEndsTheReplay) {
 }
 
 TEST_F(ReplayFinishTest, ABatchInTheClosingWaitIsFollowedByNoSecondOne) {
-    const TimerSettings settings;
-    Take(Numbered(1, 0x100));
-    Command(kFinish);
-    Await([&] { return settings.Count() > 0 && settings.Taken().back() == 99980000; },
-          "closing wait");
-    const auto timers = Opened("timerfd");
-    ASSERT_EQ(timers.size(), 1U);
-    // Longer than it is, so that the batch comes in it however slow this machine is.
-    const itimerspec later{{0, 0}, {60, 0}};
-    ASSERT_EQ(timerfd_settime(timers[0], 0, &later, nullptr), 0);
+    FinishAllSent();
     const size_t before = settings.Count();
-    Take(Numbered(1, 0x101, 500));
+    Take(Numbered(1, 0x105, 500));
     AwaitEnd();
-    EXPECT_EQ(sent, Count(2, 0x100));
+    EXPECT_EQ(sent, Count(6, 0x100));
     auto taken = settings.Taken();
     taken.erase(taken.begin(), taken.begin() + static_cast<std::ptrdiff_t>(before));
     // The frame, the wait behind the last one, and the end at once.
@@ -126,30 +116,11 @@ TEST_F(ReplayFinishTest, ABatchBehindAFinishIsSentBeforeTheEnd) {
     EXPECT_EQ(sent, Count(40, 0x100));
 }
 
-TEST_F(ReplayFinishTest, NoBatchIsLostAtTheMomentOfTheEnd) {
-    uint32_t id = 0;
-    for (int i = 0; i < 16; ++i) {
-        Take(Numbered(1, id++));
-        AwaitSent(id);
-        const auto finished = Clock::now();
-        Command(kFinish);
-        std::this_thread::sleep_until(finished + std::chrono::microseconds(99900 + 25 * i));
-        Take(Numbered(3, id, 10));
-        id += 3;
-        AwaitSent(id);
-        Command(kCancel);
-    }
-    EXPECT_EQ(sent, Count(id, 0));
-}
-
 TEST_F(ReplayFinishTest, APauseHoldsTheRest) {
-    FinishOnTheWay();
-    Command(kPause);
-    LetPass(10);
-    const size_t held = sent.size();
-    ASSERT_LT(held, 20U);
+    FinishOnTheWay([this] { Command(kPause); });
+    ExpireAndAwait();
     LetPass(150);
-    EXPECT_EQ(sent.size(), held);
+    EXPECT_EQ(sent, Count(1, 0x100));
     EXPECT_EQ(ends, 0);
     Command(kContinue);
     AwaitEnd();
@@ -159,18 +130,21 @@ TEST_F(ReplayFinishTest, APauseHoldsTheRest) {
 TEST_F(ReplayFinishTest, AContinueInTheClosingWaitStillEnds) {
     FinishAllSent();
     Command(kContinue);
+    Expire();
     AwaitEnd();
     LetPass(120);
     EXPECT_EQ(ends, 1);
 }
 
 TEST_F(ReplayFinishTest, ACancelDropsTheRestAndTheEndMessage) {
-    FinishOnTheWay();
+    auto batch = Numbered(20, 0x100);
+    batch[1].interval = kLate;
+    HoldTheFirst(batch);
+    Command(kFinish);
+    gate.Open();
     Command(kCancel);
-    Listen();
-    const size_t held = sent.size();
     LetPass(150);
-    EXPECT_EQ(sent.size(), held);
+    EXPECT_EQ(sent, Count(1, 0x100));
     EXPECT_EQ(ends, 0);
     ExpectAReplayWorks();
 }

@@ -1,17 +1,22 @@
 #pragma once
 
 #include "doubles/CanSockets.h"
+#include "doubles/TimerSettings.h"
 #include "modules/VciCanReplayService.h"
 #include "support/ServiceTest.h"
 
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <limits>
 #include <optional>
 #include <string>
 #include <thread>
+
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
 
 // A frame of a batch as the host writes it.
 struct HostFrame {
@@ -83,8 +88,11 @@ class ReplayTest : public ServiceTest {
     static constexpr uint8_t kDownload = 1, kFinish = 3, kCancel = 4, kPause = 5, kContinue = 6;
     static constexpr uint8_t kErrorLength = 10, kOutOfRange = 11, kWrongSequence = 12,
                              kWrongSid = 14, kOpenFailed = 42;
-    static constexpr uint32_t kSecond = 1000000; // microseconds
+    static constexpr uint32_t kSecond = 1000000;    // microseconds
+    static constexpr uint32_t kLate = 60 * kSecond; // behind the end of a test
     static constexpr uint32_t kNever = 0xFFFFFFFF;
+    static constexpr int64_t kClosingWait = 99980000; // as it is set, in nanoseconds
+    static constexpr int64_t kNoEnd = 60000000000;    // in its place: behind the end of a test
 
     ReplayTest() {
         Drivers::CanManage::statusMask_ = 0x3F;
@@ -161,7 +169,9 @@ class ReplayTest : public ServiceTest {
 
     // From now on each write to channel 0 is held up until `gate` lets it go.
     void HoldWrites() {
-        Watch([this] { gate.Pass(); });
+        if (gate.Begun() == 0) {
+            Watch([this] { gate.Pass(); });
+        }
         gate.Close();
     }
 
@@ -198,6 +208,14 @@ class ReplayTest : public ServiceTest {
     void AwaitHeld() {
         Await([&] { return gate.Holds(); }, "write");
     }
+
+    // `frames` with the first in hand: its write is held up, and the timer of the second runs. What
+    // is asked next reaches the replay there, however slow this machine is.
+    void HoldTheFirst(const std::vector<HostFrame>& frames) {
+        HoldWrites();
+        Take(frames);
+        AwaitHeld();
+    }
     void AwaitEnd(int count = 1) {
         Await([&] { return ends >= count; }, "end message");
     }
@@ -225,6 +243,31 @@ class ReplayTest : public ServiceTest {
         Take(Numbered(3, 0x7A0));
         AwaitSent(3);
         EXPECT_EQ(sent, Count(3, 0x7A0));
+    }
+
+    // Lets the timer expire now, whatever it is set to.
+    void Expire() {
+        const auto timers = Opened("timerfd");
+        ASSERT_EQ(timers.size(), 1U);
+        const itimerspec now{{0, 0}, {0, 1}};
+        ASSERT_EQ(timerfd_settime(timers[0], 0, &now, nullptr), 0);
+    }
+
+    // The same; and the replay thread, which that does not end, is done with it and waits again.
+    void ExpireAndAwait() {
+        ASSERT_NO_FATAL_FAILURE(Expire());
+        const auto timers = Opened("timerfd");
+        const auto wakeUps = Opened("eventfd");
+        ASSERT_EQ(wakeUps.size(), 1U);
+        Await([&] { return Shows(timers[0], {"ticks:0", "it_value:(0,0)"}); }, "expiry");
+        eventfd_write(wakeUps[0], 1); // which it takes only behind the expiry
+        Await([&] { return Shows(wakeUps[0], {"eventfd-count:0"}); }, "wake-up");
+    }
+
+    // The replay has begun its closing wait.
+    void AwaitClosingWait(const TimerSettings& settings) {
+        Await([&] { return settings.Count() > 0 && settings.Taken().back() == kClosingWait; },
+              "closing wait");
     }
 
     // Descriptors of the replay's kinds that are open now and were not when the test began.
@@ -264,6 +307,17 @@ class ReplayTest : public ServiceTest {
             }
         }
         return found;
+    }
+
+    // True when what the kernel shows of a descriptor has these lines, blanks left aside.
+    static bool Shows(int fd, const std::vector<std::string>& lines) {
+        std::ifstream info("/proc/self/fdinfo/" + std::to_string(fd));
+        size_t found = 0;
+        for (std::string line; std::getline(info, line);) {
+            std::erase_if(line, [](char c) { return c == ' ' || c == '\t'; });
+            found += static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
+        }
+        return found == lines.size();
     }
 
     static std::vector<int> AllDescriptors() {

@@ -1,7 +1,6 @@
 // Requests while nothing is being played: what a batch must look like, and what it becomes.
 
 #include "modules/ReplayFixture.h"
-#include "modules/TimerSettings.h"
 
 #include <sys/resource.h>
 
@@ -87,11 +86,11 @@ TEST_F(ReplayIdleTest, AnFdFrameOf64BytesWithoutTheSwitch) {
 }
 
 TEST_F(ReplayIdleTest, TheReadySignalIsTheGroupAndTwo) {
-    Download(Numbered(300, 0, kSecond)); // more than half a ring: no signal yet
-    Download(Numbered(211, 0, kSecond));
+    Download(Numbered(300, 0, kLate)); // more than half a ring: no signal yet
+    Download(Numbered(211, 0, kLate));
     EXPECT_TRUE(Answers().empty());
     Command(kCancel);
-    Download({After(kSecond)});
+    Download({After(kLate)});
     EXPECT_EQ(Answers(), (std::vector<Bytes>{{0, 2, 0, 0, 0, 18, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0}}));
 }
 
@@ -136,13 +135,13 @@ TEST_F(ReplayIdleTest, TheChannelOfEachFrameIsUsedAsItStands) {
 }
 
 TEST_F(ReplayIdleTest, ASmallBatchIsAnsweredByASignalAndAnotherWithItsFirstFrame) {
-    Take(Numbered(3, 0, kSecond));
+    Take(Numbered(3, 0, kLate));
     EXPECT_EQ(signals, 1);
     Command(kCancel);
     signals = 0;
     Take(Numbered(3, 0));
     AwaitSent(3);
-    EXPECT_EQ(signals, 2);
+    Await([&] { return signals == 2; }, "signal");
     LetPass(20);
     EXPECT_EQ(signals, 2);
     EXPECT_EQ(ends, 0);

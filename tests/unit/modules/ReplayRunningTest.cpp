@@ -2,7 +2,6 @@
 
 #include "doubles/ThreadCost.h"
 #include "modules/ReplayFixture.h"
-#include "modules/TimerSettings.h"
 
 #include <atomic>
 #include <csignal>
@@ -35,9 +34,15 @@ TEST_F(ReplayRunningTest, FramesKeepTheirIntervals) {
 TEST_F(ReplayRunningTest, TheNextTimerIsArmedBeforeAFrameIsWritten) {
     const TimerSettings settings;
     std::vector<size_t> settingsBefore;
-    Watch([&] { settingsBefore.push_back(settings.Count()); });
+    Watch([&] {
+        settingsBefore.push_back(settings.Count());
+        gate.Pass();
+    });
+    gate.Close();
     Take(Numbered(3, 0x100, 20000));
+    AwaitHeld();
     Command(kFinish);
+    gate.Open();
     AwaitEnd();
     EXPECT_EQ(settingsBefore, (std::vector<size_t>{2, 3, 3}));
     // Three frames, the last of them followed by the steps of the end.
@@ -70,14 +75,16 @@ TEST_F(ReplayRunningTest, TheThreadHasTheHighestPriority) {
     std::atomic<int> policy{-1};
     std::atomic<int> priority{-1};
     Watch([&] {
+        gate.Pass();
         sched_param param{};
         int now = -1;
         pthread_getschedparam(pthread_self(), &now, &param);
         policy = now;
         priority = param.sched_priority;
     });
-    // Late enough for the main thread to have raised the thread.
-    Take({After(100000)});
+    gate.Close();
+    Take({After(0)});
+    gate.Open(); // the main thread has raised the thread
     AwaitSent(1);
     EXPECT_EQ(policy, SCHED_FIFO);
     EXPECT_EQ(priority, sched_get_priority_max(SCHED_FIFO));
@@ -165,9 +172,7 @@ TEST_F(ReplayRunningTest, ARefusedBatchDoesNotDisturb) {
 }
 
 TEST_F(ReplayRunningTest, OfABatchThatEndsEarlyTheWholeFramesAreSent) {
-    HoldWrites();
-    Take(Numbered(2, 0x100));
-    AwaitHeld();
+    HoldTheFirst(Numbered(2, 0x100));
     Bytes request = Batch(Numbered(2, 0x102));
     request[2] = 3;
     ExpectRefused(request, kErrorLength);
@@ -177,7 +182,7 @@ TEST_F(ReplayRunningTest, OfABatchThatEndsEarlyTheWholeFramesAreSent) {
 }
 
 TEST_F(ReplayRunningTest, ARingThatStaysFullRefusesTheBatch) {
-    Take(Numbered(511, 0x100, kSecond));
+    Take(Numbered(511, 0x100, kLate));
     ExpectRefused(Batch(Numbered(1, 0)), kOpenFailed);
     Command(kCancel);
     ExpectAReplayWorks();
@@ -242,10 +247,11 @@ TEST_F(ReplayRunningTest, OtherNegativeIntervalsEndTheReplay) {
 }
 
 TEST_F(ReplayRunningTest, AFailureNamesTheLastRequest) {
-    auto batch = Numbered(3, 0x100, 20000);
+    auto batch = Numbered(3, 0x100, 2000);
     batch[2].interval = 0x80000000;
-    Take(batch);
+    HoldTheFirst(batch);
     ExpectRefused({18, 99}, kWrongSid);
+    gate.Open();
     AwaitReply();
     ExpectRefusal(Reply(), kOpenFailed, 18, 99);
     // The frame before the one with that interval has been sent, and no more.
@@ -254,12 +260,12 @@ TEST_F(ReplayRunningTest, AFailureNamesTheLastRequest) {
 }
 
 TEST_F(ReplayRunningTest, AFailedWaitEndsTheReplay) {
-    Take(Numbered(50, 0x100, 2000));
-    AwaitSent(2);
+    HoldTheFirst(Numbered(50, 0x100, 2000));
     const auto waits = Opened("eventpoll");
     ASSERT_EQ(waits.size(), 1U);
     const UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
     ASSERT_EQ(dup2(null.get(), waits[0]), waits[0]); // no descriptor to wait on any more
+    gate.Open();
     AwaitReply();
     ExpectRefusal(Reply(), kOpenFailed, 18, kDownload);
     ExpectAReplayWorks();
@@ -268,9 +274,7 @@ TEST_F(ReplayRunningTest, AFailedWaitEndsTheReplay) {
 }
 
 TEST_F(ReplayRunningTest, AFailedTimerEndsTheReplayBehindTheFrameInHand) {
-    HoldWrites();
-    Take(Numbered(50, 0x100));
-    AwaitHeld();
+    HoldTheFirst(Numbered(50, 0x100));
     const auto timers = Opened("timerfd");
     ASSERT_EQ(timers.size(), 1U);
     const UniqueFd null(open("/dev/null", O_RDWR | O_CLOEXEC));
@@ -286,9 +290,7 @@ TEST_F(ReplayRunningTest, AFailedTimerEndsTheReplayBehindTheFrameInHand) {
 TEST_F(ReplayRunningTest, AFailureForgetsAFinish) {
     auto batch = Numbered(2, 0x100);
     batch[1].interval = 0x80000000; // fails ahead of the first frame's write
-    HoldWrites();
-    Take(batch);
-    AwaitHeld();
+    HoldTheFirst(batch);
     Command(kFinish);
     gate.Open();
     AwaitReply();

@@ -7,8 +7,6 @@ namespace {
 
 class ReplaySignalTest : public ReplayTest {
   protected:
-    static constexpr uint32_t kLate = 60 * kSecond; // behind the end of a test
-
     // Takes nothing more from the device, while this lives.
     class FullLink {
       public:
