@@ -9,6 +9,7 @@ namespace {
 class ReplayStormTest : public ReplayTest {
   protected:
     static constexpr uint32_t kIds = 0x800;
+    static constexpr int64_t kShortWait = 20000; // nanoseconds: so that replays end in it
 
     // What is sent must have been downloaded since the last cancel or end, in its order, with
     // nothing left out.
@@ -30,7 +31,10 @@ TEST_F(ReplayStormTest, RequestsAtAnyMomentLoseNoFrameAndRepeatNone) {
     const auto upTo = [&random](uint32_t most) {
         return std::uniform_int_distribution<uint32_t>(0, most)(random);
     };
-    for (int i = 0; i < 3000; ++i) {
+    TimerSettings settings;
+    settings.Replace(kClosingWait, kShortWait);
+    const auto deadline = Clock::now() + kDeadline;
+    for (int i = 0; i < 3000 || (ends < 30 && Clock::now() < deadline); ++i) {
         switch (upTo(9)) {
         case 0:
             Command(kPause);
@@ -74,6 +78,7 @@ TEST_F(ReplayStormTest, RequestsAtAnyMomentLoseNoFrameAndRepeatNone) {
         }
         replies.clear();
     }
+    EXPECT_GE(ends, 30);
     Command(kContinue);
     Await([&] { return expected + sent.size() == downloaded; }, "rest of the frames");
     ExpectInOrder();
