@@ -2,7 +2,8 @@
 // well-formed frames and of any bytes, commands, and pauses in which timers expire, on the real
 // thread. What must hold: each request is answered as it may be; each frame that was queued is
 // written once, whole, in its order and on its channel, unless a cancel or a failure dropped it;
-// and nothing is written behind the answer to a cancel.
+// nothing is written behind the answer to a cancel; and a replay ends behind a finish, but not
+// without one. The closing wait is short, so that replays end amid the requests.
 
 #include "common/CanWire.h"
 #include "common/Config.h"
@@ -10,6 +11,7 @@
 #include "doubles/CanSockets.h"
 #include "doubles/MemoryBoard.h"
 #include "doubles/MemoryUsb.h"
+#include "doubles/TimerSettings.h"
 #include "drivers/UsbDriver.h"
 #include "modules/VciCanReplayService.h"
 
@@ -38,6 +40,8 @@ constexpr size_t kRing = 511;
 constexpr uint32_t kNever = 0xFFFFFFFF;
 constexpr uint32_t kLongest = 1000; // microseconds that are waited for
 constexpr uint8_t kEndMessage = 128;
+constexpr int64_t kClosingWait = 99980000; // nanoseconds
+constexpr int64_t kShortWait = 20000;
 constexpr std::chrono::seconds kPatience{10}; // for what must come
 
 void Require(bool holds, const char* what) {
@@ -126,6 +130,7 @@ class Replay {
             }
             net::ZephCanComM::GetInstance().ReplaceChannel(ch, sockets_.back());
         }
+        settings_.Replace(kClosingWait, kShortWait);
         service_.emplace(nullptr);
     }
 
@@ -135,8 +140,11 @@ class Replay {
             Listen();
         }
         // A batch, for frames that a refused one has left without a thread, and behind a pause it
-        // takes a continue.
+        // takes a continue. With them the finish comes to an end, which that of an earlier finish
+        // may have met.
         Drivers::CanManage::ListenstatusMask_ = 0;
+        ends_ = 0;
+        Command(REPLAY_FINISH_SID);
         Bytes last{CAN_REPLAY_SERVICE_GID, DOWNLOAD_REPLAY_DATA_SID, 1, 0};
         last.resize(14);
         Download(last);
@@ -234,6 +242,7 @@ class Replay {
     }
 
     void Command(uint8_t sid) {
+        finishes_ += sid == REPLAY_FINISH_SID ? 1 : 0;
         Send({CAN_REPLAY_SERVICE_GID, sid});
         ExpectAnswer(sid);
     }
@@ -244,6 +253,7 @@ class Replay {
         CheckWritten();
         queued_.clear();
         failed_ = mayFail_ = false;
+        finishes_ = 0;
         std::this_thread::yield();
         Require(written_.Take().empty(), "a frame behind the answer to a cancel");
     }
@@ -347,6 +357,9 @@ class Replay {
             } else if (message->at(6) == kEndMessage) {
                 Require(message->at(1) == 3 && message->at(7) == REPLAY_FINISH_SID,
                         "another end message");
+                Require(finishes_ > 0, "an end message without a finish");
+                --finishes_;
+                ++ends_;
             } else {
                 replies_.push_back(std::move(*message));
             }
@@ -374,7 +387,8 @@ class Replay {
         }
     }
 
-    // Everything goes out, unless a long interval stands in the way, or one of no timer.
+    // Everything goes out and the replay ends, unless a long interval stands in the way, or one of
+    // no timer.
     void ExpectTheRest() {
         const auto deadline = Clock::now() + kPatience;
         while (!failed_) {
@@ -386,10 +400,10 @@ class Replay {
                 }
                 more |= frame.channel < kCanChannels;
             }
-            if (!more) {
+            if (!more && (ends_ > 0 || mayFail_)) { // a failure forgets the finish
                 return;
             }
-            Require(Clock::now() < deadline, "a frame is never written");
+            Require(Clock::now() < deadline, more ? "a frame is never written" : "no end message");
             std::this_thread::yield();
         }
     }
@@ -402,6 +416,9 @@ class Replay {
     // Since the last cancel: the replay has failed; an interval that no timer takes was queued.
     bool failed_ = false;
     bool mayFail_ = false;
+    int finishes_ = 0; // since the last cancel, less the ends
+    int ends_ = 0;
+    TimerSettings settings_;
     std::optional<VciCanReplayService> service_;
 };
 
