@@ -2,6 +2,7 @@
 
 #include "doubles/ThreadCost.h"
 #include "modules/ReplayFixture.h"
+#include "support/ThreadState.h"
 
 #include <atomic>
 #include <csignal>
@@ -186,6 +187,45 @@ TEST_F(ReplayRunningTest, ARingThatStaysFullRefusesTheBatch) {
     ExpectRefused(Batch(Numbered(1, 0)), kOpenFailed);
     Command(kCancel);
     ExpectAReplayWorks();
+}
+
+TEST_F(ReplayRunningTest, ABatchThatFindsTheRingFullWaitsForAFrameToLeaveIt) {
+    // The frame in hand is let go when the host's thread has been seen to sleep in its request.
+    const pid_t host = gettid();
+    std::atomic<bool> hold{true}, inHand{false}, asked{false};
+    std::atomic<uint32_t> before{0};
+    Watch([&] {
+        inHand = true;
+        while (hold) {
+            if (!asked) {
+                std::this_thread::sleep_for(std::chrono::microseconds(50));
+            } else if (usb.Get(MemoryUsb::kReadOut) != before && Sleeps(host)) {
+                return;
+            }
+        }
+    });
+    const auto deadline = Clock::now() + kDeadline;
+    bool taken = false;
+    while (!taken && Clock::now() < deadline) { // the thread may be too late
+        Command(kCancel);
+        Listen();
+        sent.clear();
+        hold = true;
+        inHand = false;
+        Take(Numbered(1, 0));
+        Await([&] { return inHand.load(); }, "write");
+        Take(Numbered(511, 1));
+        before = usb.Get(MemoryUsb::kReadOut);
+        asked = true;
+        Download(Numbered(1, 512));
+        asked = false;
+        hold = false;
+        Listen();
+        taken = std::exchange(replies, {}).empty();
+    }
+    EXPECT_TRUE(taken);
+    AwaitSent(513);
+    EXPECT_EQ(sent, Count(513, 0));
 }
 
 TEST_F(ReplayRunningTest, FramesThatCannotBeWrittenArePassedOver) {
