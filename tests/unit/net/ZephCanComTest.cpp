@@ -1,6 +1,8 @@
 #include "net/ZephCanCom.h"
 
 #include "doubles/CanSockets.h"
+#include "net/HeldUpWriter.h"
+#include "utils/UniqueFd.h"
 
 #include <cerrno>
 #include <fstream>
@@ -27,10 +29,12 @@ constexpr int kSocketError = -61442;
 // Gives a channel its sockets from outside.
 class TwoSockets : public ZephCanCom {
   public:
-    explicit TwoSockets(int raw, int bcm = -1) : ZephCanCom(0) {
+    explicit TwoSockets(int raw, int bcm = -1) : ZephCanCom(0) { Set(raw, bcm); }
+    void Set(int raw, int bcm = -1) {
         fd1_ = raw;
         fd2_ = bcm;
     }
+    int Raw() const { return fd1_; }
 };
 
 bool IsOpen(int fd) {
@@ -179,6 +183,41 @@ TEST_F(ZephCanComTest, AnotherCloseModeIsRefusedAndClosesNothing) {
     EXPECT_TRUE(IsOpen(fd));
     EXPECT_EQ(sockets.CloseAll(2), kSocketError);
     EXPECT_EQ(sockets.Raw(), fd);
+}
+
+// A raw socket that blocks when it is full, and the end at which its frames arrive.
+struct BlockingPair {
+    BlockingPair() {
+        int fds[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds), 0);
+        raw = fds[0];
+        end.reset(fds[1]);
+    }
+    void Empty() const {
+        for (char bytes[128]; recv(end.get(), bytes, sizeof(bytes), MSG_DONTWAIT) > 0;) {
+        }
+    }
+
+    int raw = -1; // closed by the channel
+    UniqueFd end;
+};
+
+TEST_F(ZephCanComTest, ACloseKeepsTheNumberFromOthersWhileAWriteIsHeldUp) {
+    const BlockingPair first;
+    TwoSockets channel(first.raw);
+    can_frame frame{};
+    HeldUpWriter writer(
+        first.raw, CAN_MTU, [&] { return channel.Write(&frame, 0, 0, 0); }, [&] { first.Empty(); });
+    EXPECT_EQ(channel.CloseAll(1), 0);
+    EXPECT_LT(channel.Raw(), 0);
+    EXPECT_TRUE(IsOpen(first.raw));
+    EXPECT_EQ(writer.Release(), 0);
+    const BlockingPair next;
+    EXPECT_NE(next.raw, first.raw);
+    channel.Set(next.raw);
+    EXPECT_EQ(channel.CloseAll(1), 0);
+    EXPECT_FALSE(IsOpen(first.raw));
+    EXPECT_FALSE(IsOpen(next.raw));
 }
 
 // A socket whose peer has refused it.

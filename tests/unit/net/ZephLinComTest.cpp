@@ -1,14 +1,12 @@
 #include "doubles/LinSocket.h"
 #include "drivers/LinManage.h"
+#include "net/HeldUpWriter.h"
 #include "net/ZephLinComM.h"
 #include "utils/UniqueFd.h"
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-#include <fstream>
-#include <future>
 #include <string>
 #include <thread>
 #include <utility>
@@ -147,60 +145,13 @@ TEST(ZephLinCom, ACloseOfAnotherModeDisturbsNoWriter) {
     EXPECT_EQ(failed, 0);
 }
 
-// True when a thread of this process sleeps in a system call.
-bool Sleeps(pid_t thread) {
-    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
-    std::string text;
-    std::getline(stat, text);
-    const size_t name = text.rfind(") ");
-    return name != std::string::npos && text.compare(name + 2, 1, "S") == 0;
-}
-
-// A thread that is held up in a write, because nobody reads what was written before.
-class HeldUpWriter {
-  public:
-    explicit HeldUpWriter(LinSocket& channel) : channel_(channel) {
-        const canfd_frame frame{};
-        while (send(channel.Fd(), &frame, sizeof(frame), MSG_DONTWAIT) > 0) {
-        }
-        std::promise<pid_t> id;
-        std::future<pid_t> writer = id.get_future();
-        thread_ = std::thread([this, frame, id = std::move(id)]() mutable {
-            id.set_value(gettid());
-            result_ = channel_.Write(&frame);
-        });
-        const pid_t tid = writer.get();
-        int sleeps = 0;
-        for (int looks = 0; looks < 1000 && sleeps < 10; ++looks) { // more than a moment
-            sleeps = Sleeps(tid) ? sleeps + 1 : 0;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        EXPECT_EQ(sleeps, 10) << "the write is not held up";
-    }
-    ~HeldUpWriter() {
-        if (thread_.joinable()) {
-            Release();
-        }
-    }
-
-    // Lets the write end; its result.
-    int Release() {
-        channel_.Frames();
-        thread_.join();
-        return result_;
-    }
-
-  private:
-    LinSocket& channel_;
-    int result_ = -1;
-    std::thread thread_;
-};
-
 TEST(ZephLinCom, ACloseKeepsTheNumberFromOthersWhileAWriteIsHeldUp) {
     LinSocket channel(0);
     channel.Open();
     const int fd = channel.Fd();
-    HeldUpWriter writer(channel);
+    const canfd_frame frame{};
+    HeldUpWriter writer(
+        fd, sizeof(frame), [&] { return channel.Write(&frame); }, [&] { channel.Frames(); });
     EXPECT_EQ(channel.Close(1), 0);
     EXPECT_LT(channel.Fd(), 0);
     EXPECT_TRUE(IsOpen(fd));
