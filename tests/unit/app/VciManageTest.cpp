@@ -188,10 +188,13 @@ TEST_F(VciManageTest, WhileAFrameIsIncompleteTheLoopRestsInsteadOfSpinning) {
     MakeDevice();
     Start();
     built_.get_future().wait();
-    std::this_thread::sleep_for(50ms); // the loop finds the ring empty
-    usb.HostWrite(Bytes{0, 10, 0, 0, 0, 16, 2, 0});
+    Bytes bytes = Frame({16, 1}); // a ring that began with the half frame would be left alone
+    for (const uint8_t byte : Bytes{0, 10, 0, 0, 0, 16, 2, 0}) {
+        bytes.push_back(byte);
+    }
+    usb.HostWrite(bytes);
     Readable(); // and stays so
-    AwaitAnswers(1);
+    EXPECT_EQ(AwaitAnswers(2).size(), 2U);
     clockid_t clock = 0;
     ASSERT_EQ(pthread_getcpuclockid(thread_.native_handle(), &clock), 0);
     timespec before{}, after{};
