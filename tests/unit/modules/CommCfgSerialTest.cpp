@@ -18,7 +18,8 @@ class CommCfgSerialTest : public CommCfgServiceTest {
   protected:
     CommCfgSerialTest() { std::filesystem::create_directory(files / "dev"); }
 
-    // The bytes of a partition up to the record's place, and the record.
+    // The bytes of a partition up to the record's place, and the record. Inserted, since g++ 12
+    // takes a sum of the two for an access out of bounds.
     static std::string BehindZeros(const std::string& record) {
         std::string bytes = record;
         bytes.insert(0, 512, '\0');
