@@ -27,6 +27,18 @@ std::string ReplayAdvice(uint8_t code) {
     return "";
 }
 
+// What one step throws is told, the first time, and becomes the status: others have to follow.
+template <typename Step> void Attempt(ExitStatus& status, const Step& step) {
+    try {
+        step();
+    } catch (const std::exception& error) {
+        if (status != kExitTrouble) {
+            Complain(error.what());
+        }
+        status = kExitTrouble;
+    }
+}
+
 } // namespace
 
 Replayer::Replayer(vcihost::Transport& transport, const vcihost::ReplayPlan& plan,
@@ -38,11 +50,13 @@ Replayer::Replayer(vcihost::Transport& transport, const vcihost::ReplayPlan& pla
       records_(session_, settings_.timeout) {}
 
 ExitStatus Replayer::Run() {
-    ExitStatus status = Prepare();
+    ExitStatus status = kExitOk;
+    Attempt(status, [&] { status = Prepare(); });
     if (status == kExitOk) {
-        status = Play();
+        Attempt(status, [&] { status = Play(); });
     }
-    status = Quieten(status);
+    keys_.reset(); // first: a second signal ends the program at once
+    Quieten(status);
     if (start_ != Clock::time_point{}) {
         progress_.End(Position());
     }
@@ -101,19 +115,18 @@ ExitStatus Replayer::Play() {
     return kExitOk;
 }
 
-// Also behind a refusal or a silence, so that the device is left as quiet as can be.
-ExitStatus Replayer::Quieten(ExitStatus status) {
+// Also behind a refusal, a silence or trouble, so that the device is left as quiet as can be.
+void Replayer::Quieten(ExitStatus& status) {
     if (start_ != Clock::time_point{}) {
         idle_ += paused_ ? Clock::now() - stopped_ : std::chrono::nanoseconds(0);
         stopped_ = Clock::now();
         over_ = true;
         if (!ended_) {
-            status = FirstBad(status, Request(vcihost::kReplayCancelSid));
+            Attempt(status, [&] { status = FirstBad(status, Request(vcihost::kReplayCancelSid)); });
         }
     }
-    status = records_.Off(status);
-    session_.Drain();
-    return status;
+    Attempt(status, [&] { status = records_.Off(status); });
+    Attempt(status, [&] { session_.Drain(); });
 }
 
 bool Replayer::HasMore() const {
@@ -173,7 +186,7 @@ ExitStatus Replayer::SendBatch(size_t frames) {
 ExitStatus Replayer::HandleKeys() {
     ExitStatus status = kExitOk;
     for (int i = 0; i < kMostKeys && status == kExitOk; ++i) {
-        const auto key = keys_.Next();
+        const auto key = keys_->Next();
         if (!key) {
             break;
         }

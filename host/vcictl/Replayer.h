@@ -27,7 +27,8 @@ class Replayer {
              const Settings& settings);
 
     // To the end message, or to the first thing that goes wrong, which is told on standard error;
-    // the device is left without a replay and without records. kExitOk as well after a signal.
+    // the device is left without a replay and without records. kExitOk as well after a signal,
+    // kExitTrouble for what the session throws.
     ExitStatus Run();
 
     const vcihost::ReplayReceipt& Receipt() const { return receipt_; }
@@ -40,7 +41,7 @@ class Replayer {
 
     ExitStatus Prepare();
     ExitStatus Play();
-    ExitStatus Quieten(ExitStatus status);
+    void Quieten(ExitStatus& status);
 
     bool HasMore() const;
     bool CanFeed() const;
@@ -62,7 +63,7 @@ class Replayer {
     vcihost::ReplayFeed feed_;
     vcihost::ReplayReceipt receipt_;
     ReplayProgress progress_;
-    KeyInput keys_;
+    std::optional<KeyInput> keys_{std::in_place}; // until the end or a signal
 
     size_t next_ = 0;   // frame of the plan
     uint64_t pass_ = 0; // from 0

@@ -10,8 +10,10 @@
 #include <thread>
 #include <vector>
 
+#include <linux/sockios.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -57,6 +59,13 @@ class FakeDevice {
     void Say(const Bytes& message) {
         const std::lock_guard lock(mutex_);
         send(host_.get(), message.data(), message.size(), MSG_NOSIGNAL);
+    }
+
+    // True while the host that is connected has not read all that was sent to it.
+    bool IsHostBehind() {
+        const std::lock_guard lock(mutex_);
+        int bytes = 0;
+        return ioctl(host_.get(), SIOCOUTQ, &bytes) == 0 && bytes > 0;
     }
 
     // Hangs up on the host that is connected, and has `waiting` for the next one.

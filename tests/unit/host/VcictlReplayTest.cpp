@@ -2,6 +2,7 @@
 #include "host/Tool.h"
 
 #include <cstdio>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -196,7 +197,7 @@ TEST_F(VcictlReplay, RefusalsOfTheReplayAreToldAndLeaveTheDeviceQuiet) {
 
 TEST_F(VcictlReplay, ASilentDeviceIsGivenUp) {
     replay_->mute = true;
-    auto result = RunThree(device_, {"--silence", "100"});
+    auto result = RunThree(device_, {"--silence", "1000"}); // less may be over before the finish
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.err, HasSubstr("the device does not tell the end of the replay"));
     EXPECT_EQ(Services(device_).back(), "09160900");
@@ -211,9 +212,11 @@ TEST_F(VcictlReplay, ASilentDeviceIsGivenUp) {
 
 TEST_F(VcictlReplay, ASignalCancelsAndTheReceiptIsStillPrinted) {
     Tool tool({"replay", Many(1000), "-l", "i", "--device", device_.path()});
-    while (replay_->sent < 2000) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (replay_->sent < 2000 && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+    ASSERT_GE(replay_->sent, 2000U);
     tool.Signal(SIGINT);
     const auto result = tool.Finish();
     EXPECT_EQ(result.status, -SIGINT);
@@ -221,6 +224,86 @@ TEST_F(VcictlReplay, ASignalCancelsAndTheReceiptIsStillPrinted) {
     const auto services = Services(device_);
     EXPECT_EQ(services.at(services.size() - 2), "1204");
     EXPECT_EQ(services.back(), "09160800");
+}
+
+// The device asks for more and says that it has the batch, but takes nothing off the link until the
+// host has given up.
+TEST_F(VcictlReplay, ABatchThatIsNotTakenLeavesTheDeviceQuietAndTheReceiptIsPrinted) {
+    using Clock = std::chrono::steady_clock;
+    std::string text;
+    for (size_t i = 0; i < 1000; ++i) {
+        text += "(1.0) can0 00000123##0" + std::string(128, 'A') + "\n";
+    }
+    dir_.Write("large.log", text);
+    FakeDevice* self = nullptr;
+    bool given = false;
+    const auto giveUp = [&] {
+        const auto deadline = Clock::now() + std::chrono::seconds(30);
+        for (auto read = Clock::now(); Clock::now() < deadline;) {
+            if (self->IsHostBehind()) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            } else if (Clock::now() - read > std::chrono::milliseconds(400)) {
+                return;
+            } else {
+                read = Clock::now();
+                self->Say(vcihost::BuildFrame(vcihost::ParseHex("1202")));
+                self->Say(vcihost::BuildFrame(vcihost::ParseHex("1001 0000000000000000")));
+            }
+        }
+    };
+    FakeDevice device([&](const Bytes& packet) {
+        if (packet.at(5) != 18 || packet.at(6) != vcihost::kReplayDataSid) {
+            return replay_->Answer(packet);
+        }
+        if (!std::exchange(given, true)) {
+            giveUp();
+        }
+        return std::vector<Bytes>{};
+    });
+    self = &device;
+    const auto result =
+        Run(device, {dir_ / "large.log", "-l", "i", "--wait", "800", "--silence", "30000"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err,
+                MatchesRegex("vcictl: [^\n]* took 0 of [0-9]+ bytes in time; [^\n]*\n"));
+    EXPECT_THAT(result.out, HasSubstr("frames given to the device in "));
+    EXPECT_THAT(result.out, HasSubstr(", cancelled before the end\n"));
+    const auto services = Services(device);
+    EXPECT_EQ(services.at(services.size() - 2), "1204");
+    EXPECT_EQ(services.back(), "09160800");
+}
+
+TEST_F(VcictlReplay, ALinkThatIsGoneIsToldOnceAndTheReceiptIsPrinted) {
+    FakeDevice* self = nullptr;
+    FakeDevice device([&](const Bytes& packet) {
+        if (packet.at(5) == 18 && packet.at(6) == vcihost::kReplayDataSid) {
+            self->HangUp({});
+        }
+        return replay_->Answer(packet);
+    });
+    self = &device;
+    const auto result = RunThree(device);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("3 frames given to the device in "));
+}
+
+// The device hears no cancel once it plays.
+TEST_F(VcictlReplay, ASecondCtrlCLeavesTheTerminalAsItWas) {
+    FakeDevice device([&](const Bytes& packet) {
+        const bool playing = replay_->sent > 0;
+        auto answers = replay_->Answer(packet);
+        return playing && packet.at(6) == vcihost::kReplayCancelSid ? std::vector<Bytes>{}
+                                                                    : answers;
+    });
+    const std::string command = "(sleep 1; printf '\\003'; sleep 1; printf '\\003'; sleep 1) | "
+                                "script -qec 'trap : INT; " VCICTL_BINARY " replay " +
+                                Many(1000) + " -l i --no-receipt --wait 20000 --device " +
+                                device.path() + "; echo ended $?; stty -a' /dev/null";
+    const auto result = RunTool({}, {{}, {}, {}, {"sh", "-c", command}});
+    EXPECT_THAT(result.out, HasSubstr("ended 130"));
+    EXPECT_THAT(result.out, HasSubstr(" icanon "));
+    EXPECT_THAT(result.out, HasSubstr(" echo "));
 }
 
 // A terminal whose keys are p, p and Ctrl-C.
