@@ -2,6 +2,7 @@
 
 #include "vcictl/CanPlanOutput.h"
 #include "vcictl/CanRefusal.h"
+#include "vcictl/JsonText.h"
 #include "vcihost/DeviceTime.h"
 
 #include <CLI/App.hpp>
@@ -92,7 +93,7 @@ void CanCyclicCommand::PrintDone(Output& out, uint8_t channel,
         if (planned) {
             object["plan"] = PlanJson(plan, nullptr);
         }
-        out.Line(object.dump());
+        out.Line(JsonText(object));
         return;
     }
     out.Line(fmt::format("{}: {}, {} accepted, device time {}", name,

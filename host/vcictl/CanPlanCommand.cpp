@@ -2,6 +2,7 @@
 
 #include "vcictl/CanPlanOutput.h"
 #include "vcictl/Jitter.h"
+#include "vcictl/JsonText.h"
 #include "vcihost/CanChannel.h"
 #include "vcihost/InputFile.h"
 #include "vcihost/PlanSvg.h"
@@ -12,7 +13,6 @@
 
 #include <CLI/App.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -106,7 +106,7 @@ ExitStatus CanPlanCommand::Run(Tool& tool) {
         WriteFile(svgFile_, vcihost::PlanSvg(plan, trace ? &*trace : nullptr, measured));
     }
     if (json_) {
-        tool.out.Line(PlanJson(plan, measured).dump());
+        tool.out.Line(JsonText(PlanJson(plan, measured)));
     } else {
         PrintPlan(tool.out, plan);
         if (receipt) {

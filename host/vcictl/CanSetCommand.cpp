@@ -1,6 +1,7 @@
 #include "vcictl/CanSetCommand.h"
 
 #include "vcictl/Ask.h"
+#include "vcictl/JsonText.h"
 #include "vcihost/Notation.h"
 
 #include <limits>
@@ -181,7 +182,7 @@ void CanSetCommand::Print(Output& out, uint8_t channel, const vcihost::CanTiming
         if (timing.data) {
             object["data"] = PhaseJson(*timing.data, data_.rate);
         }
-        out.Line(object.dump());
+        out.Line(JsonText(object));
         return;
     }
     // No more than accepted: a channel that is open does not take its timing.

@@ -1,5 +1,7 @@
 #include "vcictl/DescriptionJson.h"
 
+#include "vcictl/JsonText.h"
+
 #include <nlohmann/json.hpp>
 
 std::string DescriptionJson(const vcihost::Description& description) {
@@ -7,5 +9,5 @@ std::string DescriptionJson(const vcihost::Description& description) {
     for (const vcihost::Field& field : description.fields) {
         std::visit([&](const auto& value) { object[field.name] = value; }, field.value);
     }
-    return object.dump();
+    return JsonText(object);
 }

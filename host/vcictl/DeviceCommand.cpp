@@ -2,6 +2,7 @@
 
 #include "common/GlobalEnums.h"
 #include "vcictl/Ask.h"
+#include "vcictl/JsonText.h"
 #include "vcictl/Restart.h"
 #include "vcihost/DeviceInfo.h"
 #include "vcihost/DeviceTime.h"
@@ -192,7 +193,7 @@ ExitStatus DeviceCommand::Info(Tool& tool) const {
             object[name] = value.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(value);
         }
         object["device_ns"] = time ? nlohmann::ordered_json(*time) : nullptr;
-        tool.out.Line(object.dump());
+        tool.out.Line(JsonText(object));
         return status;
     }
     for (const auto& [name, value] : lines) {
@@ -207,7 +208,7 @@ ExitStatus DeviceCommand::Time(Tool& tool) const {
     vcihost::Session session(*transport);
     const auto answer = Ask(session, vcihost::DeviceRequest(vcihost::kDeviceTimeSid), wait_);
     if (answer.status == kExitOk) {
-        tool.out.Line(json_ ? nlohmann::ordered_json{{"device_ns", answer.deviceTime}}.dump()
+        tool.out.Line(json_ ? JsonText({{"device_ns", answer.deviceTime}})
                             : "device time " + vcihost::TimeText(answer.deviceTime));
     }
     return answer.status;

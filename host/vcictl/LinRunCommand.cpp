@@ -2,6 +2,7 @@
 
 #include "vcictl/Interrupt.h"
 #include "vcictl/Jitter.h"
+#include "vcictl/JsonText.h"
 #include "vcictl/LinReceiptOutput.h"
 #include "vcictl/LinRefusal.h"
 #include "vcictl/LinTableFile.h"
@@ -15,7 +16,6 @@
 
 #include <CLI/App.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -128,7 +128,7 @@ ExitStatus LinRunCommand::Run(Tool& tool) {
         return status;
     }
     if (json_) {
-        tool.out.Line(LinReceiptJson(plan.table, receipt).dump());
+        tool.out.Line(JsonText(LinReceiptJson(plan.table, receipt)));
     } else {
         PrintLinReceipt(tool.out, plan.table, receipt);
     }

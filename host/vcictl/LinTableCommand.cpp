@@ -1,5 +1,6 @@
 #include "vcictl/LinTableCommand.h"
 
+#include "vcictl/JsonText.h"
 #include "vcictl/LinRefusal.h"
 #include "vcictl/LinTableFile.h"
 #include "vcihost/LinRequest.h"
@@ -87,5 +88,5 @@ void LinTableCommand::Print(Output& out, const std::vector<vcihost::LinSlot>& ta
         at += length;
     }
     object["cycle_us"] = at;
-    out.Line(json_ ? object.dump() : fmt::format("cycle {} us at {} bit/s", at, rate));
+    out.Line(json_ ? JsonText(object) : fmt::format("cycle {} us at {} bit/s", at, rate));
 }

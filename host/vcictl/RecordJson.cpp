@@ -1,5 +1,7 @@
 #include "vcictl/RecordJson.h"
 
+#include "vcictl/JsonText.h"
+
 #include <nlohmann/json.hpp>
 
 namespace {
@@ -26,7 +28,7 @@ std::string RecordJson(const vcihost::CanFrameRecord& record, uint64_t wall) {
     line["esi"] = record.esi;
     line["dlc"] = record.dlc;
     line["data"] = vcihost::ToHex(record.data);
-    return line.dump();
+    return JsonText(line);
 }
 
 std::string RecordJson(const vcihost::CanErrorRecord& record, uint64_t wall) {
@@ -42,7 +44,7 @@ std::string RecordJson(const vcihost::CanErrorRecord& record, uint64_t wall) {
     line["esi"] = record.esi;
     line["dlc"] = record.dlc;
     line["data"] = vcihost::ToHex(record.data);
-    return line.dump();
+    return JsonText(line);
 }
 
 std::string RecordJson(const vcihost::LinFrameRecord& record, uint64_t wall) {
@@ -61,11 +63,11 @@ std::string RecordJson(const vcihost::LinFrameRecord& record, uint64_t wall) {
     for (size_t i = 0; i < record.timings.size(); ++i) {
         line["timing"][vcihost::kLinTimings[i]] = record.timings[i];
     }
-    return line.dump();
+    return JsonText(line);
 }
 
 std::string RecordJson(const vcihost::LinWakeupRecord& record, uint64_t wall) {
     auto line = Head("lin_wakeup", record.start, wall, vcihost::LinChannelName(record.channel));
     line["end_ns"] = record.end;
-    return line.dump();
+    return JsonText(line);
 }

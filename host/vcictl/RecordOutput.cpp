@@ -1,12 +1,12 @@
 #include "vcictl/RecordOutput.h"
 
+#include "vcictl/JsonText.h"
 #include "vcictl/RecordJson.h"
 #include "vcihost/CandumpLog.h"
 
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -59,7 +59,7 @@ void RecordOutput::Lost(uint64_t count) {
     if (style_ == RecordStyle::View) {
         text_ += fmt::format(" lost: {}\n", count);
     } else if (style_ == RecordStyle::Json) {
-        text_ += nlohmann::ordered_json{{"type", "lost"}, {"count", count}}.dump() + '\n';
+        text_ += JsonText({{"type", "lost"}, {"count", count}}) + '\n';
     } // a log has no place for it
     FlushWhenLong();
 }

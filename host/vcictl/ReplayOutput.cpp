@@ -1,6 +1,7 @@
 #include "vcictl/ReplayOutput.h"
 
 #include "vcictl/Command.h"
+#include "vcictl/JsonText.h"
 #include "vcictl/Measured.h"
 #include "vcihost/CanChannel.h"
 
@@ -111,5 +112,5 @@ void PrintReplayJson(Output& out, const vcihost::Trace& trace, const vcihost::Re
                                         {"spacing_max_ns", OrNull(frame.spacingMax)}});
         }
     }
-    out.Line(object.dump());
+    out.Line(JsonText(object));
 }

@@ -1,6 +1,7 @@
 #include "vcictl/TimeCommand.h"
 
 #include "vcictl/Ask.h"
+#include "vcictl/JsonText.h"
 #include "vcihost/DeviceTime.h"
 
 #include <limits>
@@ -77,9 +78,8 @@ ExitStatus TimeCommand::Sample(Tool& tool, vcihost::Transport& transport) {
 void TimeCommand::PrintSample(Output& out, uint64_t device, uint64_t host,
                               uint64_t roundTrip) const {
     if (json_) {
-        out.Line(nlohmann::ordered_json{
-            {"device_ns", device}, {"host_ns", host}, {"round_trip_ns", roundTrip}}
-                     .dump());
+        out.Line(
+            JsonText({{"device_ns", device}, {"host_ns", host}, {"round_trip_ns", roundTrip}}));
         return;
     }
     out.Line(fmt::format("device {}   host {:%Y-%m-%dT%H:%M:%S}.{:09}Z   round trip {:.3f} ms",
@@ -98,7 +98,7 @@ void TimeCommand::PrintRate(Output& out) const {
         line["seconds"] = rate ? nlohmann::ordered_json(rate->seconds) : nullptr;
         line["rate_ppm"] = rate ? nlohmann::ordered_json(rate->ppm) : nullptr;
         line["uncertainty_ppm"] = rate ? nlohmann::ordered_json(rate->uncertainty) : nullptr;
-        out.Line(line.dump());
+        out.Line(JsonText(line));
     } else if (rate) {
         out.Line(fmt::format("rate {:+.1f} ppm against the host's clock, within {:.1f} ppm, over "
                              "{:.3f} s and {} samples",

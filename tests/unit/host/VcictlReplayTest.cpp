@@ -130,6 +130,13 @@ TEST_F(VcictlReplay, PassesGapsAndJson) {
     EXPECT_THAT(Services(device_).at(5), StartsWith("1201060000"));
 }
 
+TEST_F(VcictlReplay, JsonOfAFileWhoseNameIsNoText) {
+    dir_.Write("\xff.log", "(1.0) can0 123#11\n");
+    const auto result = Run(device_, {dir_ / "\xff.log", "--json"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("/\xEF\xBF\xBD.log\",\"ended\":true,"));
+}
+
 TEST_F(VcictlReplay, SaysWhatWasLeftOutAndWhatSkippingDoes) {
     dir_.Write("a.log", "# by hand\n(1.0) can0 123#\n(1.1) can0 20000008#0000000000000000\n"
                         "(9.0) can0 123#\n(8.5) can0 123#\n");
