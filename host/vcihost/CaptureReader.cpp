@@ -1,3 +1,4 @@
+#include "vcihost/BufferedFile.h"
 #include "vcihost/Notation.h"
 #include "vcihost/PcapngWriter.h"
 #include "vcihost/SocketCan.h"
@@ -33,7 +34,6 @@ constexpr uint16_t kMajor = 1;
 constexpr size_t kBlockHead = 8;                       // type and length
 constexpr size_t kShortestBlock = kBlockHead + 4;      // the length stands at the end as well
 constexpr uint32_t kLongestBlock = 16UL * 1024 * 1024; // no writer of CAN traffic comes near
-constexpr size_t kMostInterfaces = 65536;
 constexpr size_t kAlignment = 4;
 
 constexpr uint8_t kMicroseconds = 6; // where the interface says nothing
@@ -237,9 +237,6 @@ class CaptureReader {
     }
 
     void AddInterface(Fields& fields) {
-        if (interfaces_.size() == kMostInterfaces) {
-            throw NotationError("more interfaces than any capture has");
-        }
         Interface interface;
         interface.can = fields.U16() == static_cast<uint16_t>(LinkType::SocketCan);
         std::string name = fmt::format("interface{}", interfaces_.size());
@@ -342,7 +339,15 @@ bool IsCapture(std::istream& input, const std::string& path) {
     input.read(reinterpret_cast<char*>(bytes.data()), bytes.size());
     const bool whole = input.gcount() == static_cast<std::streamsize>(bytes.size());
     input.clear();
-    input.seekg(0);
+    for (size_t i = 0; whole && i < bytes.size(); ++i) {
+        input.unget(); // a pipe cannot be read from its start again
+    }
+    if (!whole) {
+        input.seekg(0);
+    } else if (!input) {
+        throw FileError(path +
+                        ": comes in pieces of less than four bytes; copy it to a file first");
+    }
     const uint32_t magic = Fields(bytes, false).U32();
     for (const uint32_t classic : kClassicMagics) {
         if (whole && magic == classic) {

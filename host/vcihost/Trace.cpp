@@ -1,13 +1,18 @@
 #include "vcihost/Trace.h"
 
 #include "vcihost/InputFile.h"
+#include "vcihost/Notation.h"
 #include "vcihost/TraceReader.h"
-
-#include <algorithm>
 
 #include <fmt/format.h>
 
 namespace vcihost {
+
+namespace {
+
+constexpr size_t kMostInterfaces = 1000;
+
+} // namespace
 
 Trace Trace::Read(const std::string& path) {
     Trace trace;
@@ -27,12 +32,15 @@ std::string Trace::Place(const TraceFrame& frame) const {
 }
 
 size_t Trace::Interface(const std::string& name) {
-    const auto found = std::find(interfaces.begin(), interfaces.end(), name);
-    if (found == interfaces.end()) {
+    const auto [found, isNew] = numbers_.try_emplace(name, interfaces.size());
+    if (isNew) {
+        if (interfaces.size() == kMostInterfaces) {
+            throw NotationError(fmt::format(
+                "more than {} interfaces; is this a trace of one bench?", kMostInterfaces));
+        }
         interfaces.push_back(name);
-        return interfaces.size() - 1;
     }
-    return static_cast<size_t>(found - interfaces.begin());
+    return found->second;
 }
 
 } // namespace vcihost

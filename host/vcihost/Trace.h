@@ -2,6 +2,8 @@
 
 #include "vcihost/CanFrame.h"
 
+#include <map>
+
 // Traces of CAN traffic that were recorded to a file.
 namespace vcihost {
 
@@ -32,8 +34,12 @@ struct Trace {
     // "drive.log, line 12".
     std::string Place(const TraceFrame& frame) const;
 
-    // Index of the interface of this name, which is added when it is new.
+    // Index of the interface of this name, which is added when it is new. Throws NotationError for
+    // more than a thousand.
     size_t Interface(const std::string& name);
+
+  private:
+    std::map<std::string, size_t> numbers_; // of the interfaces, by name
 };
 
 } // namespace vcihost

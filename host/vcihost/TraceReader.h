@@ -9,7 +9,7 @@
 namespace vcihost {
 
 // True when the stream begins like a capture file; its place is not changed. Throws NotationError
-// for the older format of capture files.
+// for the older format of capture files, FileError for a pipe that gives its first bytes singly.
 bool IsCapture(std::istream& input, const std::string& path);
 
 // Both throw NotationError with path and place.

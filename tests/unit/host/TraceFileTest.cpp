@@ -5,6 +5,9 @@
 #include "vcihost/Trace.h"
 
 #include <fstream>
+#include <thread>
+
+#include <sys/stat.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -192,6 +195,57 @@ TEST_F(TraceFile, TimeOffsetAndResolutions) {
     EXPECT_THAT(BytesFault(kSection + "01000000 1c000000 e300 0000 00000000 0900 0100 14000000 "
                                       "1c000000"),
                 HasSubstr("times of an unknown resolution, 20"));
+}
+
+// As `vcictl replay <(zcat drive.log.gz)` has it.
+TEST_F(TraceFile, BothFormatsFromAPipe) {
+    const std::string pipe = dir_ / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const auto read = [&](const std::string& text) {
+        std::thread writer([&] { std::ofstream(pipe) << text; });
+        Strings frames;
+        try {
+            frames = Frames(Trace::Read(pipe));
+        } catch (const std::exception& error) {
+            frames = {error.what()};
+        }
+        writer.join();
+        return frames;
+    };
+    EXPECT_EQ(read("(1.000000) can0 123#11\n"), Strings{"can0 123#11 1000000000"});
+    const Bytes capture = ParseHex(kSection + kCan + kPacket);
+    EXPECT_EQ(read({capture.begin(), capture.end()}), Strings{"interface0 123#11 5000"});
+    EXPECT_EQ(read("#\n"), Strings{});
+}
+
+TEST_F(TraceFile, AHeadThatComesInPiecesIsTold) {
+    const std::string pipe = dir_ / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::ofstream file(pipe, std::ios::in | std::ios::out); // waits for no reader, nor misses one
+    std::thread writer([&] {
+        for (const char each : std::string("(1.0) can0 123#11\n")) {
+            file << each << std::flush;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    });
+    std::string what;
+    try {
+        static_cast<void>(Trace::Read(pipe));
+    } catch (const FileError& error) {
+        what = error.what();
+    }
+    writer.join();
+    EXPECT_THAT(what, HasSubstr("comes in pieces of less than four bytes"));
+}
+
+TEST_F(TraceFile, MoreInterfacesThanAnyBenchHasAreRefused) {
+    std::string text;
+    for (int i = 0; i < 1000; ++i) {
+        text += "(1.0) can" + std::to_string(i) + " 123#11\n";
+    }
+    EXPECT_EQ(Read(text + "(1.0) can999 123#11\n").frames.back().interface, 999U);
+    EXPECT_EQ(Fault(text + "(1.0) can1000 123#11\n"),
+              "a.log, line 1001: more than 1000 interfaces; is this a trace of one bench?");
 }
 
 TEST_F(TraceFile, DamagedCaptures) {
