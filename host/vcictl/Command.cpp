@@ -1,6 +1,7 @@
 #include "vcictl/Command.h"
 
 #include "vcihost/Hex.h"
+#include "vcihost/Printable.h"
 
 #include <cstdio>
 #include <iostream>
@@ -111,5 +112,5 @@ uint64_t WallClock() {
 
 void Complain(const std::string& text) {
     // Nobody is left to tell when this fails.
-    static_cast<void>(std::fputs(("vcictl: " + text + "\n").c_str(), stderr));
+    static_cast<void>(std::fputs(("vcictl: " + vcihost::Printable(text) + "\n").c_str(), stderr));
 }

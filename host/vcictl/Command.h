@@ -88,7 +88,7 @@ std::string CountText(uint64_t count, const char* one, const char* many);
 // Nanoseconds of the host's wall clock since 1970.
 uint64_t WallClock();
 
-// One line on standard error, behind the program's name.
+// One line on standard error, behind the program's name. What is not printable in it becomes ?.
 void Complain(const std::string& text);
 
 // The longest time that an option may name, in milliseconds: some 49 days.

@@ -351,6 +351,8 @@ TEST_F(VcictlReplay, WrongUsageAndFilesAreToldBeforeTheDeviceIsOpened) {
     fails({three, "--max-jitter", "soon"}, "--max-jitter");
     dir_.Write("bad.log", "(1.0) can0 123#1\n");
     fails({dir_ / "bad.log"}, "bad.log, line 1: frame '123#1'");
+    dir_.Write("hostile.log", "\x1b[2J\xff\u00e4 can0 123#1\n");
+    fails({dir_ / "hostile.log"}, "line 1: '?[2J?\u00e4' is no time; ");
     dir_.Write("far.log", "(1.0) can0 123#\n(3000.0) can0 123#\n");
     fails({dir_ / "far.log"}, "far.log, line 2: 2999.000000 s behind the frame before; the device "
                               "waits at most 2147.483647 s, and -s skips longer intervals");
