@@ -106,21 +106,20 @@ bool Listen(vcihost::Transport& transport, ClearAnswer& answer, Clock::time_poin
 ExitStatus AwaitBoard(Tool& tool, uint64_t before, std::chrono::nanoseconds limit) {
     const auto start = Clock::now();
     const auto deadline = start + limit;
-    bool gone = false; // a question had no answer, with time left for one
-    bool up = false;   // a question had one, from before a restart
+    bool up = false; // the last question had an answer, or no time left for one
     while (Clock::now() < deadline) {
         tool.waiter.Pause(std::min(deadline, Clock::now() + kPause));
         const auto time = AskOnce(tool, deadline);
-        if (!time) {
-            gone = gone || Clock::now() < deadline;
-        } else if (gone || !RunsOn(before, *time, Clock::now() - start)) {
+        // Its time alone tells: a board that is busy may miss a question as well.
+        if (time && !RunsOn(before, *time, Clock::now() - start)) {
             TellOfReturn(tool, "it answers again", start, *time);
             return kExitOk;
-        } else {
-            up = true;
+        }
+        if (time || Clock::now() < deadline) {
+            up = time.has_value();
         }
     }
-    if (gone || !up) {
+    if (!up) {
         return TellOfSilence(limit);
     }
     Complain(fmt::format("the board still answers, and has not restarted within {:.1f} s",

@@ -4,6 +4,7 @@
 #include "vcihost/Frame.h"
 
 #include <atomic>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -180,7 +181,11 @@ TEST(VcictlDevice, ResetWaitsUntilItAnswersAgain) {
 
 TEST(VcictlDevice, ResetOfABoardThatStaysUpIsNoSuccess) {
     const auto up = std::chrono::steady_clock::now();
+    bool busy = false; // does not answer the next question
     FakeDevice device([&](const Bytes& packet) {
+        if (packet.at(6) != 1 && std::exchange(busy, false)) {
+            return std::vector<Bytes>{};
+        }
         const auto time = static_cast<uint64_t>(
             std::chrono::nanoseconds(std::chrono::steady_clock::now() - up).count());
         Bytes answer{1, packet.at(6)};
@@ -189,10 +194,14 @@ TEST(VcictlDevice, ResetOfABoardThatStaysUpIsNoSuccess) {
         }
         return std::vector<Bytes>{vcihost::BuildFrame(answer)};
     });
-    const auto result = Device(device, {"reset", "--limit", "600ms"});
+    auto result = Device(device, {"reset", "--limit", "600ms"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err, "vcictl: the board still answers, and has not restarted within 0.6 s\n");
     EXPECT_GT(Services(device).size(), 2U);
+    busy = true;
+    result = Device(device, {"reset", "--limit", "2500ms"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.err, "vcictl: the board still answers, and has not restarted within 2.5 s\n");
 }
 
 TEST(VcictlDevice, ResetThatDoesNotComeBack) {
