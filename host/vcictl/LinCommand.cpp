@@ -14,8 +14,9 @@
 namespace {
 
 constexpr char kFooter[] =
-    "Channels are lin0 and lin1, also 0 and 1. Identifiers are 00 to 3F in hex,\n"
-    "without parity bits. Frames are\n"
+    "Channels are lin0 and lin1, also 0 and 1, or 50 and 51 as the list of all\n"
+    "channels numbers them. Identifiers are 00 to 3F in hex, without parity bits.\n"
+    "Frames are\n"
     "  10#1122            header and response, 1 to 8 bytes\n"
     "  3C#00.FF.FF        the same with dots between bytes\n"
     "  10#R4              header alone; another node responds with 4 bytes\n"

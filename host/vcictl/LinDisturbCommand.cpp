@@ -1,6 +1,5 @@
 #include "vcictl/LinDisturbCommand.h"
 
-#include "common/GlobalEnums.h"
 #include "vcictl/LinRefusal.h"
 
 #include <limits>
@@ -59,10 +58,7 @@ ExitStatus LinDisturbCommand::Run(Tool& tool) {
     const vcihost::Bytes request = vcihost::LinDisturbRequest(channel, Disturb());
     const auto transport = tool.Open();
     vcihost::Session session(*transport);
-    // What the driver makes of it is not told: this refusal comes of a channel that has closed.
-    const std::string closed = LinAdvice(channel)(SERVICE_WRONG_SEQUENCE);
-    const ExitStatus status =
-        AskPlain(session, request, wait_, LinAdvice(channel, {{SEND_FAIL, closed}}));
+    const ExitStatus status = AskPlain(session, request, wait_, LinAdvice(channel));
     if (status == kExitOk) {
         tool.out.Line(
             fmt::format("{}: disturb {} accepted", vcihost::LinChannelName(channel), state_));

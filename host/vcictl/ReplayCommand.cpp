@@ -35,7 +35,8 @@ constexpr char kFooter[] =
     "\n"
     "At the end stands a receipt. The records of the channels are switched on for it\n"
     "and then off, also where they were on before. Frames that look all alike cannot\n"
-    "be told apart: which of them are lost is then not known, only how many.\n"
+    "be told apart: which of them are lost is then not known, only how many. It\n"
+    "takes memory for each frame: a replay without an end wants --no-receipt.\n"
     "\n"
     "Exit status: 0 done, 1 the device refused, or with --max-jitter: a frame was\n"
     "lost, or the time since the frame before on its channel was further off than\n"
@@ -44,7 +45,8 @@ constexpr char kFooter[] =
     "Examples:\n"
     "  vcictl replay drive.pcapng\n"
     "  vcictl replay drive.log can2=can0 -s 5         what can0 has had goes out on can2\n"
-    "  vcictl replay burst.log -t -g 10 -l i          a frame each 10 ms, without an end\n"
+    "  vcictl replay burst.log -t -g 10 -l i --no-receipt\n"
+    "                                                 a frame each 10 ms, without an end\n"
     "  vcictl replay drive.log --max-jitter 500us --json";
 
 // A frame that went once has no spacing, and nothing to find fault with.

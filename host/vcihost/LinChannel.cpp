@@ -17,7 +17,9 @@ uint8_t ParseLinChannel(std::string_view text) {
         }
     }
     throw NotationError(
-        fmt::format("'{}' is no LIN channel; there are lin0 and lin1, or 0 and 1", text));
+        fmt::format("'{}' is no LIN channel; there are lin0 and lin1, or 0 and 1, or 50 and 51 as "
+                    "the list of all channels numbers them",
+                    text));
 }
 
 std::string LinChannelName(uint8_t channel) {

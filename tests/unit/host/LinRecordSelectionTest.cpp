@@ -53,7 +53,9 @@ TEST(LinRecordSelection, EachChannelHasAPlaceOfItsOwn) {
 }
 
 TEST(LinRecordSelection, WhatIsWrongIsTold) {
-    EXPECT_EQ(FaultOf({"lin2"}), "'lin2' is no LIN channel; there are lin0 and lin1, or 0 and 1");
+    EXPECT_EQ(FaultOf({"lin2"}),
+              "'lin2' is no LIN channel; there are lin0 and lin1, or 0 and 1, or "
+              "50 and 51 as the list of all channels numbers them");
     EXPECT_EQ(FaultOf({"lin0,10:3F"}), "'lin0,10:3F': a LIN channel has no filters; write lin0");
     EXPECT_EQ(FaultOf({"lin0", "can0", "50"}), "'50' names lin0 a second time");
 }

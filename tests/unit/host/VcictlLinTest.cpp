@@ -219,7 +219,6 @@ TEST(VcictlLin, RefusalsComeWithWhatToDo) {
          {"table", "lin0", dir / "a.txt"},
          "; the table has an identifier more often than the device can count; leave entries "
          "out\n"},
-        {21, {"disturb", "lin0", "off"}, "; lin0 is closed: vcictl lin open lin0\n"},
         {10,
          {"disturb", "lin0", "off"},
          "ERROR_LENGTH (10) to group 6 service 9, handle 0x00000001\n"},
