@@ -1,6 +1,5 @@
 #include "vcihost/Frame.h"
 
-#include "common/Config.h"
 #include "utils/WireFormat.h"
 
 #include <limits>

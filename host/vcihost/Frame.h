@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/Config.h"
 #include "vcihost/Hex.h"
 
 #include <cstddef>
@@ -18,10 +19,9 @@ constexpr size_t kHandleSize = 4;
 constexpr size_t kShortestService = 2;  // gid and sid
 constexpr size_t kShortestMessage = 16; // a frame whose service section is gid and sid alone
 
-// The longest request that the device takes, its kReqMsgSize, and the service section of it.
-constexpr size_t kLongestRequest = 66000;
+// The service section of the longest request that the device takes.
 constexpr size_t kShortestTail = 2;
-constexpr size_t kLongestService = kLongestRequest - kServiceOffset - kHandleSize - kShortestTail;
+constexpr size_t kLongestService = kReqMsgSize - kServiceOffset - kHandleSize - kShortestTail;
 
 // A request around a service section, of any size from 0 on. The tail is zero.
 // Throws std::length_error for a section that a 32-bit length field cannot tell.

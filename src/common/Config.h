@@ -14,6 +14,9 @@ uint32_t UcharToUint(const unsigned char* bytes);
 constexpr uint32_t kFrameServiceOffset = 5;
 constexpr uint32_t kFrameHeadSize = 8;
 
+// The longest host frame that a service takes, in bytes.
+constexpr uint32_t kReqMsgSize = 66000;
+
 // Length in bytes of the host frame whose service section has `serviceLen` bytes: `serviceLen` + 11
 // (leading byte, length field, handle, two tail bytes) rounded up to a multiple of 4. The
 // arithmetic is 32-bit and wraps: a service length near 2^32 gives a small or zero frame length.

@@ -64,7 +64,6 @@ class VciService {
     ~VciService() = default; // services are held by their own type
 
     static constexpr uint32_t kRespMsgSize = 2048;
-    static constexpr uint32_t kReqMsgSize = 66000;
 
     uint8_t gid_ = 0;
     uint8_t sid_ = 0;

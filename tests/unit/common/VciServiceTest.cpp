@@ -13,7 +13,6 @@ class OpenService : public VciService {
     using VciService::VciService;
 
     using VciService::gid_;
-    using VciService::kReqMsgSize;
     using VciService::pReqSrv;
     using VciService::pRespSrv;
     using VciService::reqMsgData;

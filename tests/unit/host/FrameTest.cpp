@@ -32,8 +32,8 @@ TEST(Frame, LengthsFollowTheServiceLength) {
 
 TEST(Frame, TheLongestServiceSectionFillsTheLongestRequest) {
     EXPECT_EQ(kLongestService, 65989U);
-    EXPECT_EQ(BuildFrame(Bytes(kLongestService)).size(), kLongestRequest);
-    EXPECT_GT(BuildFrame(Bytes(kLongestService + 1)).size(), kLongestRequest);
+    EXPECT_EQ(BuildFrame(Bytes(kLongestService)).size(), kReqMsgSize);
+    EXPECT_GT(BuildFrame(Bytes(kLongestService + 1)).size(), kReqMsgSize);
 }
 
 TEST(Frame, TheLengthFieldIsLittleEndian) {
