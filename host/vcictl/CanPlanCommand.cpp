@@ -113,6 +113,7 @@ ExitStatus CanPlanCommand::Run(Tool& tool) {
             PrintReceipt(tool.out, plan, *receipt);
         }
     }
-    return limit ? CheckJitter(JitterLines(plan, *receipt), *limit, {"jitter {} us", true})
+    return limit ? CheckJitter(JitterLines(plan, *receipt), *limit,
+                               {.before = "jitter ", .after = "", .needsMeasurement = true})
                  : kExitOk;
 }

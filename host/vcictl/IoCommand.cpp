@@ -168,11 +168,9 @@ ExitStatus IoCommand::SwitchOn(Tool& tool) const {
 }
 
 ExitStatus IoCommand::Watch(Tool& tool) const {
-    vcihost::Deadline deadline = vcihost::Deadline::max();
-    if (!duration_.empty()) {
-        deadline =
-            std::chrono::steady_clock::now() + vcihost::ParseDuration("--duration", duration_);
-    }
+    const vcihost::Deadline deadline =
+        duration_.empty() ? vcihost::Deadline::max()
+                          : vcihost::After(vcihost::ParseDuration("--duration", duration_));
     const uint64_t printed =
         WatchMessages(tool, deadline, count_,
                       [&](const vcihost::Bytes& bytes) { return PrintSample(tool.out, bytes); });

@@ -20,8 +20,8 @@ std::string FaultOf(const JitterLine& line, const JitterLimit& limit, const Jitt
     if (*line.worst <= limit.time.count()) {
         return "";
     }
-    return fmt::format(fmt::runtime(terms.fault), Microseconds(line.worst)) + ", above " +
-           limit.text;
+    return fmt::format("{}{} us{}, above {}", terms.before, Microseconds(line.worst), terms.after,
+                       limit.text);
 }
 
 } // namespace

@@ -28,7 +28,8 @@ struct JitterLine {
 
 // How receipts differ.
 struct JitterTerms {
-    const char* fault;     // with {} for the microseconds of a line that is above the limit
+    const char* before; // the microseconds of a line that is above the limit
+    const char* after;
     bool needsMeasurement; // whether a line that could not be measured is at fault
 };
 

@@ -21,8 +21,8 @@ void PrintLinReceipt(Output& out, const std::vector<vcihost::LinSlot>& table,
         const vcihost::LinSlotReceipt& slot = receipt.slots[i];
         out.Line(fmt::format(kRow, i + 1, vcihost::LinIdText(table[i].id), Microseconds(slot.at),
                              Microseconds(slot.went), slot.due, slot.seen, slot.lost, slot.failed,
-                             Microseconds(slot.earliest), Microseconds(slot.median),
-                             Microseconds(slot.p99), Microseconds(slot.latest)));
+                             Microseconds(slot.late.earliest), Microseconds(slot.late.median),
+                             Microseconds(slot.late.p99), Microseconds(slot.late.latest)));
     }
     out.Line(fmt::format("cycle {} us planned, {}", Microseconds(receipt.planned),
                          receipt.measured ? Microseconds(receipt.measured) + " us measured"
@@ -47,10 +47,10 @@ nlohmann::ordered_json LinReceiptJson(const std::vector<vcihost::LinSlot>& table
                                    {"seen", slot.seen},
                                    {"lost", slot.lost},
                                    {"errors", slot.failed},
-                                   {"late_earliest_ns", OrNull(slot.earliest)},
-                                   {"late_median_ns", OrNull(slot.median)},
-                                   {"late_p99_ns", OrNull(slot.p99)},
-                                   {"late_latest_ns", OrNull(slot.latest)}});
+                                   {"late_earliest_ns", OrNull(slot.late.earliest)},
+                                   {"late_median_ns", OrNull(slot.late.median)},
+                                   {"late_p99_ns", OrNull(slot.late.p99)},
+                                   {"late_latest_ns", OrNull(slot.late.latest)}});
     }
     return object;
 }

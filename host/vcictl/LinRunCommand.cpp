@@ -134,7 +134,7 @@ ExitStatus LinRunCommand::Run(Tool& tool) {
     }
     if (limit) {
         status = CheckJitter(JitterLines(channel, plan.table, receipt), *limit,
-                             {"{} us from due", true});
+                             {.before = "", .after = " from due", .needsMeasurement = true});
     }
     if (Interrupt::Came()) {
         throw vcihost::Interrupted();

@@ -128,7 +128,8 @@ ExitStatus ReplayCommand::Run(Tool& tool) {
         }
     }
     if (status == kExitOk && limit) {
-        status = CheckJitter(JitterLines(replayer.Receipt()), *limit, {"spacing {} us off", false});
+        status = CheckJitter(JitterLines(replayer.Receipt()), *limit,
+                             {.before = "spacing ", .after = " off", .needsMeasurement = false});
     }
     if (Interrupt::Came()) {
         throw vcihost::Interrupted();

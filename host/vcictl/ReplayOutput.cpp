@@ -4,6 +4,7 @@
 #include "vcictl/JsonText.h"
 #include "vcictl/Measured.h"
 #include "vcihost/CanChannel.h"
+#include "vcihost/Notation.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -11,11 +12,6 @@
 namespace {
 
 constexpr char kRow[] = "{:<4} {:<11} {:>8} {:>8} {:>6} {:>10} {:>10} {:>10} {:>10} {:>10} {:>10}";
-
-std::string Seconds(uint64_t nanoseconds) {
-    constexpr double kSecond = 1e9;
-    return fmt::format("{:.6f} s", static_cast<double>(nanoseconds) / kSecond);
-}
 
 constexpr uint64_t kNsPerUs = 1000;
 
@@ -34,8 +30,8 @@ void PrintReceipt(Output& out, const vcihost::ReplayReceipt& receipt) {
     for (const vcihost::ReplayFrameReceipt& frame : receipt.Frames()) {
         out.Line(fmt::format(kRow, vcihost::CanChannelName(frame.channel),
                              vcihost::CanIdText(frame.frame), frame.due, frame.sent, frame.Lost(),
-                             Microseconds(frame.earliest), Microseconds(frame.median),
-                             Microseconds(frame.p99), Microseconds(frame.latest),
+                             Microseconds(frame.late.earliest), Microseconds(frame.late.median),
+                             Microseconds(frame.late.p99), Microseconds(frame.late.latest),
                              Microseconds(frame.spacingP99), Microseconds(frame.spacingMax)));
     }
     const auto ran = receipt.Ran();
@@ -43,7 +39,8 @@ void PrintReceipt(Output& out, const vcihost::ReplayReceipt& receipt) {
     out.Line(fmt::format(
         "{} due, {} sent, {} lost; {}", CountText(receipt.TotalDue(), "frame", "frames"),
         receipt.TotalSent(), receipt.TotalDue() - receipt.TotalSent(),
-        ran && planned ? fmt::format("{} of the file took {}", Seconds(*planned), Seconds(*ran))
+        ran && planned ? fmt::format("{} of the file took {}", vcihost::SecondsText(*planned),
+                                     vcihost::SecondsText(*ran))
                        : "time not measured"));
     PrintCount(out, receipt.Others(), "frame", "frames",
                "sent on these channels by something else meanwhile");
@@ -62,7 +59,7 @@ void PrintReplayPlan(Output& out, const vcihost::Trace& trace, const vcihost::Re
     if (plan.skipped > 0) {
         out.Line(fmt::format("{} skipped: all that follows comes earlier, in the end by {}",
                              CountText(plan.skipped, "interval", "intervals"),
-                             Seconds(plan.skippedTime * kNsPerUs)));
+                             vcihost::SecondsText(plan.skippedTime * kNsPerUs)));
     }
 }
 
@@ -72,7 +69,7 @@ void PrintReplay(Output& out, const Replayer& replayer, bool receipt) {
     }
     const auto ran = static_cast<uint64_t>(replayer.Ran().count());
     out.Line(fmt::format("{} given to the device in {}, {}",
-                         CountText(replayer.Given(), "frame", "frames"), Seconds(ran),
+                         CountText(replayer.Given(), "frame", "frames"), vcihost::SecondsText(ran),
                          replayer.HasEnded() ? "ended" : "cancelled before the end"));
 }
 
@@ -104,10 +101,10 @@ void PrintReplayJson(Output& out, const vcihost::Trace& trace, const vcihost::Re
                                         {"due", frame.due},
                                         {"sent", frame.sent},
                                         {"lost", frame.Lost()},
-                                        {"late_earliest_ns", OrNull(frame.earliest)},
-                                        {"late_median_ns", OrNull(frame.median)},
-                                        {"late_p99_ns", OrNull(frame.p99)},
-                                        {"late_latest_ns", OrNull(frame.latest)},
+                                        {"late_earliest_ns", OrNull(frame.late.earliest)},
+                                        {"late_median_ns", OrNull(frame.late.median)},
+                                        {"late_p99_ns", OrNull(frame.late.p99)},
+                                        {"late_latest_ns", OrNull(frame.late.latest)},
                                         {"spacing_p99_ns", OrNull(frame.spacingP99)},
                                         {"spacing_max_ns", OrNull(frame.spacingMax)}});
         }

@@ -1,15 +1,14 @@
 #include "vcictl/TalkCommand.h"
 
 #include "vcihost/Conversation.h"
+#include "vcihost/InputFile.h"
 
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <deque>
 #include <fstream>
-#include <iostream>
+#include <iterator>
 
 #include <CLI/App.hpp>
 #include <fmt/format.h>
@@ -48,21 +47,11 @@ constexpr char kFormat[] =
     "  vcictl talk -v time.talk                  with a transcript\n"
     "  echo '> 1001' | vcictl talk -v -          from standard input\n";
 
-std::string ReadAll(std::istream& stream, const std::string& name) {
-    std::string text;
-    char piece[4096];
-    while (stream.read(piece, sizeof(piece)) || stream.gcount() > 0) {
-        text.append(piece, static_cast<size_t>(stream.gcount()));
-    }
-    if (!stream.eof()) { // not opened, or broken off
-        throw UsageError(fmt::format("cannot read {}: {}", name, std::strerror(errno)));
-    }
-    return text;
-}
-
 std::string ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return ReadAll(file, path);
+    std::ifstream file = vcihost::OpenInput(path);
+    std::string text(std::istreambuf_iterator<char>(file), {});
+    vcihost::CheckReadToEnd(file, path);
+    return text;
 }
 
 double TimeScale() {
@@ -100,7 +89,8 @@ ExitStatus TalkCommand::Run(Tool& tool) {
     const std::string name = file_ == "-" ? "standard input" : file_;
     vcihost::Script script;
     try {
-        script = vcihost::Script::Parse(file_ == "-" ? ReadAll(std::cin, name) : ReadFile(file_));
+        script = vcihost::Script::Parse(file_ == "-" ? ReadStandardInput("the conversation")
+                                                     : ReadFile(file_));
     } catch (const vcihost::ScriptError& error) {
         throw UsageError(fmt::format("{}:{}: {}", name, error.line(), error.what()));
     }

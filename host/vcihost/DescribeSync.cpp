@@ -24,8 +24,7 @@ std::optional<Words> Node(std::span<const uint8_t> payload) {
         return std::nullopt;
     }
     const uint8_t mode = payload[0];
-    return Words{mode > 1 ? fmt::format("sync node: {} (no mode)", mode)
-                          : fmt::format("sync node: be {}", mode == 1 ? "master" : "slave"),
+    return Words{"sync node: " + Choice(mode, "be slave", "be master", "mode"),
                  {{"mode", uint64_t{mode}}}};
 }
 

@@ -1,7 +1,5 @@
 #include "vcihost/LinReceipt.h"
 
-#include "vcihost/Percentile.h"
-
 #include <algorithm>
 #include <cstdlib>
 
@@ -10,7 +8,6 @@ namespace vcihost {
 namespace {
 
 constexpr int64_t kMicrosecond = 1000; // nanoseconds
-constexpr size_t kPercentile = 99;
 
 // Two frames of one schedule are not farther apart; what is, has a damaged time.
 constexpr int64_t kDay = 86'400'000'000'000;
@@ -117,10 +114,10 @@ uint64_t CountOf(size_t slot, uint64_t entries, size_t size) {
 } // namespace
 
 std::optional<int64_t> LinSlotReceipt::Worst() const {
-    if (!earliest) {
+    if (!late.earliest) {
         return std::nullopt;
     }
-    return std::max(std::abs(*earliest), std::abs(*latest));
+    return std::max(std::abs(*late.earliest), std::abs(*late.latest));
 }
 
 LinReceipt LinReceipt::Make(std::span<const LinSlot> table, uint32_t bitrate,
@@ -160,16 +157,11 @@ LinReceipt LinReceipt::Make(std::span<const LinSlot> table, uint32_t bitrate,
     const uint64_t due = last ? schedule.Number(*last) + 1 + schedule.OverAfter(*last, stopped) : 0;
     for (size_t i = 0; i < table.size(); ++i) {
         LinSlotReceipt& slot = receipt.slots[i];
-        std::vector<int64_t>& late = times[i].late;
-        std::sort(late.begin(), late.end());
         slot.at = schedule.Start(i);
         slot.went = Median(std::move(times[i].went));
         slot.due = CountOf(i, due, table.size());
         slot.lost = slot.due - slot.seen;
-        slot.earliest = late.empty() ? std::nullopt : std::optional(late.front());
-        slot.median = Percentile(late, 50);
-        slot.p99 = Percentile(late, kPercentile);
-        slot.latest = Percentile(late, 100);
+        slot.late = Spread::Of(std::move(times[i].late));
     }
     return receipt;
 }

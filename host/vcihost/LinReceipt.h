@@ -2,6 +2,7 @@
 
 #include "vcihost/LinRecord.h"
 #include "vcihost/LinTable.h"
+#include "vcihost/Percentile.h"
 
 namespace vcihost {
 
@@ -21,11 +22,7 @@ struct LinSlotReceipt {
     uint64_t seen = 0;
     uint64_t lost = 0;   // due and not seen
     uint64_t failed = 0; // seen with an error
-    // How late the frames went; below 0 is too early.
-    std::optional<int64_t> earliest;
-    std::optional<int64_t> median;
-    std::optional<int64_t> p99;
-    std::optional<int64_t> latest;
+    Spread late;         // of the frames; below 0 is too early
 
     // The farthest from due, either way.
     std::optional<int64_t> Worst() const;

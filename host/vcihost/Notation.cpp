@@ -79,6 +79,11 @@ std::chrono::nanoseconds ParseDuration(const std::string& name, std::string_view
     return std::chrono::nanoseconds(std::llround(*time));
 }
 
+std::string SecondsText(uint64_t nanoseconds) {
+    constexpr double kSecond = 1e9;
+    return fmt::format("{:.6f} s", static_cast<double>(nanoseconds) / kSecond);
+}
+
 std::string BitRateText(double bitsPerSecond) {
     if (bitsPerSecond >= kMega) {
         return fmt::format("{:.6g}M", bitsPerSecond / kMega);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -24,6 +25,9 @@ double ParseSamplePoint(const std::string& name, std::string_view text);
 
 // A time with its unit, us, ms or s, at most a day: "200us", "10ms", "1.5s".
 std::chrono::nanoseconds ParseDuration(const std::string& name, std::string_view text);
+
+// "1.500000 s".
+std::string SecondsText(uint64_t nanoseconds);
 
 // "500k", "83.3333k", "2M".
 std::string BitRateText(double bitsPerSecond);

@@ -17,4 +17,11 @@ std::optional<int64_t> Median(std::vector<int64_t> values) {
     return Percentile(values, 50);
 }
 
+Spread Spread::Of(std::vector<int64_t> values) {
+    std::sort(values.begin(), values.end());
+    constexpr size_t kMost = 99;
+    return {Percentile(values, 0), Percentile(values, 50), Percentile(values, kMost),
+            Percentile(values, 100)};
+}
+
 } // namespace vcihost

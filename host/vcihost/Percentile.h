@@ -15,4 +15,14 @@ std::optional<int64_t> Percentile(const std::vector<int64_t>& sorted, size_t per
 // Of values in any order.
 std::optional<int64_t> Median(std::vector<int64_t> values);
 
+// How late frames were, or how else measured times are spread: all empty when there is none.
+struct Spread {
+    std::optional<int64_t> earliest; // the least of them
+    std::optional<int64_t> median;
+    std::optional<int64_t> p99;
+    std::optional<int64_t> latest; // the largest
+
+    static Spread Of(std::vector<int64_t> values);
+};
+
 } // namespace vcihost

@@ -11,7 +11,6 @@ namespace vcihost {
 namespace {
 
 constexpr int64_t kMicrosecond = 1000; // nanoseconds
-constexpr size_t kPercentile = 99;
 
 using Entries = std::vector<const BusTrace::Entry*>;
 
@@ -95,11 +94,11 @@ void MeasureSpacing(TaskReceipt& receipt, const Entries& frames, int64_t period)
         const int64_t periods = std::max<int64_t>(1, (spacing + period / 2) / period);
         deviations.push_back(std::abs(spacing - periods * period));
     }
-    std::sort(deviations.begin(), deviations.end());
     receipt.period = Median(std::move(spacings));
-    receipt.spacingMedian = Percentile(deviations, 50);
-    receipt.spacingP99 = Percentile(deviations, kPercentile);
-    receipt.spacingMax = Percentile(deviations, 100);
+    const Spread spread = Spread::Of(std::move(deviations));
+    receipt.spacingMedian = spread.median;
+    receipt.spacingP99 = spread.p99;
+    receipt.spacingMax = spread.latest;
 }
 
 void MeasureLoad(PlanReceipt& receipt, const BusTrace& trace) {

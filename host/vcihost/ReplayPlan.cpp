@@ -16,11 +16,6 @@ using Channel = std::optional<uint8_t>;
 
 constexpr uint64_t kNsPerUs = 1000;
 
-std::string Seconds(uint64_t microseconds) {
-    constexpr double kSecond = 1e6;
-    return fmt::format("{:.6f} s", static_cast<double>(microseconds) / kSecond);
-}
-
 // By the index of the interface.
 std::vector<Channel> ChannelsOf(const Trace& trace, const ReplayOptions& options) {
     std::vector<Channel> channels(trace.interfaces.size());
@@ -102,8 +97,8 @@ ReplayPlan ReplayPlan::Make(Trace& trace, const ReplayOptions& options) {
         if (interval > kLongestReplayInterval) {
             throw NotationError(fmt::format("{}: {} behind the frame before; the device waits at "
                                             "most {}, and -s skips longer intervals",
-                                            trace.Place(entry), Seconds(interval),
-                                            Seconds(kLongestReplayInterval)));
+                                            trace.Place(entry), SecondsText(interval * kNsPerUs),
+                                            SecondsText(kLongestReplayInterval * kNsPerUs)));
         }
         plan.duration += interval;
         plan.frames.push_back({*channel, static_cast<uint32_t>(interval), std::move(entry.frame)});

@@ -1,7 +1,5 @@
 #include "vcihost/ReplayReceipt.h"
 
-#include "vcihost/Percentile.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
@@ -11,7 +9,6 @@ namespace vcihost {
 namespace {
 
 constexpr int64_t kNsPerUs = 1000;
-constexpr size_t kPercentile = 99;
 
 // How much later than due `to` was, counted from `from`. Device times may be any bytes, so the
 // difference is made where it may wrap.
@@ -103,20 +100,10 @@ std::vector<ReplayFrameReceipt> ReplayReceipt::Frames() const {
         frame.frame.fd = key.fd;
         frame.due = times.due;
         frame.sent = times.late.size();
-        auto late = times.late;
-        std::sort(late.begin(), late.end());
-        if (!late.empty()) {
-            frame.earliest = late.front();
-            frame.latest = late.back();
-        }
-        frame.median = Percentile(late, 50);
-        frame.p99 = Percentile(late, kPercentile);
-        auto spacing = times.spacing;
-        std::sort(spacing.begin(), spacing.end());
-        frame.spacingP99 = Percentile(spacing, kPercentile);
-        if (!spacing.empty()) {
-            frame.spacingMax = spacing.back();
-        }
+        frame.late = Spread::Of(times.late);
+        const Spread spacing = Spread::Of(times.spacing);
+        frame.spacingP99 = spacing.p99;
+        frame.spacingMax = spacing.latest;
     }
     return frames;
 }

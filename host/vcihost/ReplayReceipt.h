@@ -1,6 +1,7 @@
 #pragma once
 
 #include "vcihost/CanRecord.h"
+#include "vcihost/Percentile.h"
 #include "vcihost/ReplayRequest.h"
 
 #include <deque>
@@ -15,11 +16,7 @@ struct ReplayFrameReceipt {
     CanFrame frame; // identifier and kind
     uint64_t due = 0;
     uint64_t sent = 0; // the channel's record has them
-    // Against the file's times, counted from the first frame that was seen.
-    std::optional<int64_t> earliest;
-    std::optional<int64_t> median;
-    std::optional<int64_t> p99;
-    std::optional<int64_t> latest;
+    Spread late;       // against the file's times, counted from the first frame that was seen
     // How far the time since the frame before on the channel was from that of the file.
     std::optional<int64_t> spacingP99;
     std::optional<int64_t> spacingMax;
@@ -34,6 +31,11 @@ struct ReplayFrameReceipt {
 // which are lost, only how many. Used on one thread.
 class ReplayReceipt {
   public:
+    ReplayReceipt() = default;
+    // Moved, the frames that wait keep pointing at the elements of the map; copied, they would not.
+    ReplayReceipt(ReplayReceipt&&) = default;
+    ReplayReceipt& operator=(ReplayReceipt&&) = default;
+
     // The next frame that the device was given; `at` is microseconds since the first one.
     void Due(const ReplayFrame& frame, uint64_t at);
 

@@ -15,7 +15,7 @@ constexpr std::chrono::milliseconds kLongestPoll = std::chrono::hours(1);
 
 } // namespace
 
-Deadline After(std::chrono::milliseconds duration) {
+Deadline After(std::chrono::nanoseconds duration) {
     return std::chrono::steady_clock::now() + duration;
 }
 

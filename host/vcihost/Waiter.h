@@ -9,7 +9,7 @@ namespace vcihost {
 using Deadline = std::chrono::steady_clock::time_point;
 
 // The moment `duration` from now.
-Deadline After(std::chrono::milliseconds duration);
+Deadline After(std::chrono::nanoseconds duration);
 
 // A wait was ended by the cancel descriptor.
 class Interrupted : public std::exception {

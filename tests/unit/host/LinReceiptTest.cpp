@@ -44,7 +44,7 @@ TEST(LinReceipt, APunctualSchedule) {
         EXPECT_EQ(slot.seen, 3U);
         EXPECT_EQ(slot.lost, 0U);
         EXPECT_EQ(slot.failed, 0U);
-        EXPECT_EQ(slot.median, 0);
+        EXPECT_EQ(slot.late.median, 0);
         EXPECT_EQ(slot.Worst(), 0);
     }
 }
@@ -60,16 +60,16 @@ TEST(LinReceipt, LatenessIsTakenWithinACycle) {
         seen[i].start += 50 * kUs;
     }
     const auto receipt = Make(seen, 1180 * kMs);
-    EXPECT_EQ(receipt.slots[1].earliest, -30'000);
-    EXPECT_EQ(receipt.slots[1].median, 70'000);
-    EXPECT_EQ(receipt.slots[1].p99, 100'000);
-    EXPECT_EQ(receipt.slots[1].latest, 100'000);
+    EXPECT_EQ(receipt.slots[1].late.earliest, -30'000);
+    EXPECT_EQ(receipt.slots[1].late.median, 70'000);
+    EXPECT_EQ(receipt.slots[1].late.p99, 100'000);
+    EXPECT_EQ(receipt.slots[1].late.latest, 100'000);
     EXPECT_EQ(receipt.slots[1].Worst(), 100'000);
     EXPECT_EQ(receipt.slots[1].went, 10'070'000);
     EXPECT_EQ(receipt.slots[1].failed, 1U);
-    EXPECT_EQ(receipt.slots[0].earliest, 0);
-    EXPECT_EQ(receipt.slots[0].latest, 50'000);
-    EXPECT_EQ(receipt.slots[2].latest, 0);
+    EXPECT_EQ(receipt.slots[0].late.earliest, 0);
+    EXPECT_EQ(receipt.slots[0].late.latest, 50'000);
+    EXPECT_EQ(receipt.slots[2].late.latest, 0);
     EXPECT_EQ(receipt.measured, 60'000'000); // the lower one of 60.00 and 60.05 ms
 }
 
@@ -133,7 +133,7 @@ TEST(LinReceipt, WhenNothingWasSeenNothingIsKnown) {
     EXPECT_FALSE(receipt.measured);
     for (const LinSlotReceipt& slot : receipt.slots) {
         EXPECT_EQ(slot.due, 0U);
-        EXPECT_FALSE(slot.went || slot.median || slot.Worst());
+        EXPECT_FALSE(slot.went || slot.late.median || slot.Worst());
     }
 }
 

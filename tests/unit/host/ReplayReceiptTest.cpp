@@ -48,13 +48,13 @@ TEST_F(ReplayReceiptTest, LatenessAndSpacing) {
     EXPECT_FALSE(frames[0].frame.extended);
     EXPECT_EQ(frames[0].due, 2U);
     EXPECT_EQ(frames[0].sent, 2U);
-    EXPECT_EQ(frames[0].earliest, -100);
-    EXPECT_EQ(frames[0].median, -100);
-    EXPECT_EQ(frames[0].p99, 0);
-    EXPECT_EQ(frames[0].latest, 0);
+    EXPECT_EQ(frames[0].late.earliest, -100);
+    EXPECT_EQ(frames[0].late.median, -100);
+    EXPECT_EQ(frames[0].late.p99, 0);
+    EXPECT_EQ(frames[0].late.latest, 0);
     EXPECT_EQ(frames[0].spacingMax, 400);
     EXPECT_TRUE(frames[1].frame.extended);
-    EXPECT_EQ(frames[1].latest, 300);
+    EXPECT_EQ(frames[1].late.latest, 300);
     EXPECT_EQ(frames[1].spacingP99, 300);
     EXPECT_EQ(receipt_.Ran(), 1'999'900U);
     EXPECT_EQ(receipt_.Planned(), 2'000'000U);
@@ -74,7 +74,7 @@ TEST_F(ReplayReceiptTest, AFrameThatIsOvertakenIsLost) {
     const auto frames = receipt_.Frames();
     ASSERT_EQ(frames.size(), 2U);
     EXPECT_EQ(frames[0].Lost(), 1U);
-    EXPECT_EQ(frames[0].latest, 0);
+    EXPECT_EQ(frames[0].late.latest, 0);
     EXPECT_EQ(frames[1].Lost(), 0U);
     EXPECT_EQ(frames[1].spacingMax, 0);
     EXPECT_EQ(receipt_.TotalDue(), 6U);
@@ -92,7 +92,7 @@ TEST_F(ReplayReceiptTest, WhatIsNoneOfTheFileIsCountedAlone) {
     EXPECT_EQ(receipt_.Others(), 6U);
     EXPECT_EQ(receipt_.TotalSent(), 0U);
     EXPECT_FALSE(receipt_.Ran());
-    EXPECT_FALSE(receipt_.Frames().at(0).median);
+    EXPECT_FALSE(receipt_.Frames().at(0).late.median);
     EXPECT_FALSE(receipt_.Frames().at(0).spacingMax);
 }
 
@@ -106,7 +106,7 @@ TEST_F(ReplayReceiptTest, APauseIsNoLateness) {
     Seen(0, "100#AA", 60'000'000'000);
     Seen(0, "100#AA", 60'001'000'200);
     const auto frame = receipt_.Frames().at(0);
-    EXPECT_EQ(frame.latest, 200);
+    EXPECT_EQ(frame.late.latest, 200);
     EXPECT_EQ(frame.spacingMax, 200);
     EXPECT_EQ(receipt_.Ran(), 2'000'200U);
     EXPECT_EQ(receipt_.Planned(), 2'000'000U);
