@@ -85,7 +85,7 @@ std::string UidAdvice(uint8_t code) {
 
 std::string SerialAdvice(uint8_t code) {
     if (code == NO_FILE) {
-        return "the board shows no partition for the serial number";
+        return "the partition for the serial number (mmcblk0p3) does not open";
     }
     return "";
 }
