@@ -6,8 +6,8 @@ trap 'echo "line $LINENO: failed: $BASH_COMMAND" >&2' ERR
 # Asks, and is content with any answer: what a request did shows in what follows it.
 ask() { vcictl raw "$@" >/dev/null; }
 
-wait_for() { # wait_for SECONDS CMD...: until CMD succeeds
-    local end=$((SECONDS + $1))
+wait_for() { # wait_for SECONDS CMD...: until CMD succeeds, VCI_TIME_SCALE times as long
+    local end=$((SECONDS + $1 * ${VCI_TIME_SCALE:-1}))
     shift
     until "$@"; do
         [ $SECONDS -lt $end ] || { echo "waited in vain: $*" >&2 && return 1; }
