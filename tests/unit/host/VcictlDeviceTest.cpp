@@ -138,7 +138,8 @@ TEST(VcictlDevice, Serial) {
     FakeDevice without(Whole(25));
     result = Device(without, {"serial", "0123456789", "--yes"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr("; the partition for the serial number (mmcblk0p3) does not open\n"));
+    EXPECT_THAT(result.err,
+                HasSubstr("; the partition for the serial number (mmcblk0p3) does not open\n"));
 }
 
 TEST(VcictlDevice, SerialAsksOnATerminal) {
