@@ -197,7 +197,7 @@ TEST(VcictlDevice, ResetOfABoardThatStaysUpIsNoSuccess) {
     });
     auto result = Device(device, {"reset", "--limit", "2s"});
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(result.err, "vcictl: the board still answers, and has not restarted within 2 s\n");
+    EXPECT_EQ(result.err, "vcictl: the board still answers, and has not restarted within 2.0 s\n");
     EXPECT_GT(Services(device).size(), 2U);
     busy = true;
     result = Device(device, {"reset", "--limit", "2500ms"});

@@ -4,6 +4,8 @@
 
 #include <pthread.h>
 #include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -207,14 +209,20 @@ TEST_F(LinExecutorTest, AClosedChannelIsToldInEachSlotAndTheScheduleGoesOn) {
     Add(1, 2000);
     com.LinComMClose(0, 1);
     executor.setTable(table);
+    const std::string line = "ZephLinComM::WriteCallback： net close\n";
     const std::string told = Told([&] {
         executor.start();
-        std::this_thread::sleep_for(milliseconds(100));
+        // What is printed goes to a file meanwhile.
+        const auto end = Clock::now() + std::chrono::seconds(20);
+        struct stat file {};
+        while (fstat(STDOUT_FILENO, &file) == 0 &&
+               file.st_size < static_cast<off_t>(2 * line.size()) && Clock::now() < end) {
+            std::this_thread::sleep_for(milliseconds(1));
+        }
         com.LinComMOpen(0);
         WaitForSlots(1);
         executor.stop();
     });
-    const std::string line = "ZephLinComM::WriteCallback： net close\n";
     EXPECT_EQ(told.substr(0, 2 * line.size()), line + line);
 }
 
