@@ -173,6 +173,8 @@ class Road {
                          (last_[5] == DEVICE_SYNCHRONIZATION_SERVICE_GID ||
                           last_[5] == DATA_RECORD_SERVICE_GID || last_[5] == IOADC_SERVICE_GID)) ||
                             ((n == 2 || n == 10) && last_[5] == NET_CONFIG_SERVICE_GID) ||
+                            (n == 2 && last_[5] == LIN_MESSAGE_SERVICE_GID) ||
+                            ((n == 2 || n == 3) && last_[5] == CAN_REPLAY_SERVICE_GID) ||
                             ((n == 2 || n == 10 || n == 15 || n == 18) &&
                              last_[5] == DEV_CFG_SERVICE_GID) ||
                             (n == 10 && last_[5] == SEND_NET_FRAME_SERVICE_GID),
